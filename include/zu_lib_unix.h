@@ -1,0 +1,7 @@
+// zu_lib_unix: not yet written.
+#ifndef ZUSTD_ZU_LIB_UNIX_H
+#define ZUSTD_ZU_LIB_UNIX_H
+
+#include "zu_export.h"
+
+#endif  // ZUSTD_ZU_LIB_UNIX_H

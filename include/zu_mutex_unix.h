@@ -1,0 +1,7 @@
+// zu_mutex_unix: not yet written.
+#ifndef ZUSTD_ZU_MUTEX_UNIX_H
+#define ZUSTD_ZU_MUTEX_UNIX_H
+
+#include "zu_export.h"
+
+#endif  // ZUSTD_ZU_MUTEX_UNIX_H

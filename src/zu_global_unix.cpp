@@ -1,0 +1,1 @@
+#include "zu_global_unix.h"

@@ -1,0 +1,1 @@
+#include "zu_log.h"

@@ -1,0 +1,1 @@
+#include "zu_mutex_unix.h"

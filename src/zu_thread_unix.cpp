@@ -1,0 +1,1 @@
+#include "zu_thread_unix.h"
