@@ -1,1 +1,13 @@
 #include "zu_std.h"
+
+// ---- Memory and text helpers ----
+
+// ---- Base64 ----
+
+//
+//
+//
+
+// ---- Local time ----
+
+// ---- Byte order, directories, sockets, paths, library names ----
