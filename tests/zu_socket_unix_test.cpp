@@ -584,6 +584,7 @@ TEST(CKAUdpMulticast, GroupMembersReceiveAndLeaveOnClose) {
     }
     CKAUdpClient client;
     if (!client.Open(KA_UDP_MULTICAST, "127.0.0.1")) {
+      server.Close();
       return std::string("setting the multicast interface fails here (qemu-user lacks it): ") +
              std::strerror(errno);
     }
