@@ -53,8 +53,10 @@ bool remove_children(int parentFd, const char* name) {
     close(fd);
     return false;
   }
-  std::vector<std::string> names;  // read first, so that removal cannot disturb the listing
-  while (const dirent* entry = readdir(dir)) {
+  // Read first, so that removal cannot disturb the listing. readdir64: 64-bit directory
+  // offsets (large file systems, 32-bit programs on 64-bit kernels) would end plain readdir.
+  std::vector<std::string> names;
+  while (const dirent64* entry = readdir64(dir)) {
     if (!is_dot_or_dotdot(entry->d_name)) names.emplace_back(entry->d_name);
   }
   bool ok = true;
