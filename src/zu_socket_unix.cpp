@@ -1,11 +1,13 @@
 #include "zu_socket_unix.h"
 
+#include "zu_global_unix.h"
+#include "zu_std.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,37 +21,18 @@ constexpr int kPollStepMs = 1;
 // WaitOrGiveUp's "try again" answer; every other answer is a final result.
 constexpr int kTryAgain = 1;
 
-struct Reading {
-  time_t tSecond;
-  unsigned short wMillisecond;
-};
-
-Reading ReadClock() {
-  timeval tv;
-  gettimeofday(&tv, nullptr);
-  return Reading{tv.tv_sec, static_cast<unsigned short>(tv.tv_usec / 1000)};
-}
-
 // Elapsed milliseconds by the library's rule, compared unsigned with the time-out.
-bool TimedOut(const Reading& start, int nTimeout) {
-  const Reading now = ReadClock();
-  const unsigned int seconds =
-      static_cast<unsigned int>(now.tSecond) - static_cast<unsigned int>(start.tSecond);
-  const unsigned int millis =
-      static_cast<unsigned int>(now.wMillisecond) - static_cast<unsigned int>(start.wMillisecond);
-  return seconds * 1000u + millis >= static_cast<unsigned int>(nTimeout);
-}
-
-void Pause() {
-  usleep(kPollStepMs * 1000);
+bool TimedOut(const SIntervalMTime& start, int nTimeout) {
+  return ka_elapsed_mtime(start, ka_get_current_interval_mtime()) >=
+         static_cast<unsigned int>(nTimeout);
 }
 
 // After a pass that moved nothing (errno as the call left it): -1 on a socket error, -3 when
 // the caller does not wait, -2 once nTimeout ms have passed since start, else kTryAgain.
-int WaitOrGiveUp(const Reading& start, int nTimeout) {
+int WaitOrGiveUp(const SIntervalMTime& start, int nTimeout) {
   if (errno != EAGAIN && errno != 0) return -1;
   if (nTimeout < 1) return -3;
-  Pause();
+  ka_sleep(kPollStepMs);
   return TimedOut(start, nTimeout) ? -2 : kTryAgain;
 }
 
@@ -176,8 +159,7 @@ Join BindAndJoin(int fd, unsigned short nPort, const char* szGroup) {
 // else the dotted form of what it parsed to.
 void KeepGroup(char* szDest, const char* szGroup) {
   if (std::strlen(szGroup) <= 15) {
-    std::strncpy(szDest, szGroup, 15);
-    szDest[15] = '\0';
+    ka_strncpy(szDest, szGroup, 15);
     return;
   }
   in_addr group;
@@ -278,14 +260,14 @@ int CKATcpClient::Connect(const char* szIP, unsigned short nPort, int nTimeout) 
   in_addr_t addr;
   if (szIP == nullptr || nTimeout <= 0 || !ParseAddress(szIP, &addr) || !IsValid()) return -1;
   const sockaddr_in to = MakeAddress(addr, nPort);
-  const Reading start = ReadClock();
+  const SIntervalMTime start = ka_get_current_interval_mtime();
   for (;;) {
     if (connect(m_pSocket->m_nSocket, reinterpret_cast<const sockaddr*>(&to), sizeof to) >= 0) {
       return 0;
     }
     switch (errno) {
       case EINPROGRESS:
-        Pause();
+        ka_sleep(kPollStepMs);
         if (TimedOut(start, nTimeout)) return -2;
         break;
       case EISCONN:
@@ -300,7 +282,7 @@ int CKATcpClient::Connect(const char* szIP, unsigned short nPort, int nTimeout) 
 
 int CKATcpClient::ReadAll(char* pBuf, int nLen, int nTimeout) {
   if (pBuf == nullptr || nLen < 0 || nTimeout < 0) return -1;
-  const Reading start = ReadClock();
+  const SIntervalMTime start = ka_get_current_interval_mtime();
   if (nLen == 0) return 0;
   if (!IsValid()) return -1;
   int remaining = nLen;
@@ -320,7 +302,7 @@ int CKATcpClient::ReadAll(char* pBuf, int nLen, int nTimeout) {
 
 int CKATcpClient::WriteAll(const char* pBuf, int nLen, int nTimeout) {
   if (pBuf == nullptr || nLen < 0 || nTimeout < 0) return -1;
-  const Reading start = ReadClock();
+  const SIntervalMTime start = ka_get_current_interval_mtime();
   if (nLen == 0) return 0;
   if (!IsValid()) return -1;
   int remaining = nLen;
@@ -457,7 +439,7 @@ int CKAUdpClient::SendTo(const char* pBuf, int nLen, const char* szIP, unsigned 
 
 int CKAUdpClient::RecvFrom(char* pBuf, int nLen, int nTimeout, char* szIP, unsigned short* pPort) {
   if (pBuf == nullptr || nLen < 0) return -1;
-  const Reading start = ReadClock();
+  const SIntervalMTime start = ka_get_current_interval_mtime();
   for (;;) {
     sockaddr_in from;
     errno = 0;
