@@ -63,8 +63,7 @@ class ZUSTD_API CKAPara : public CKAFile {
   // strtod: lenient as GetInt.
   double GetReal(const char* section, const char* key, double dDefault, bool* pFound);
   // The value text; a missing key gives szDefault (a null szDefault gives "").
-  std::string GetString(const char* section, const char* key, const char* szDefault,
-                        bool* pFound);
+  std::string GetString(const char* section, const char* key, const char* szDefault, bool* pFound);
 
   // Setters store "Y"/"N", "%d", "%.3f" or the text itself. An existing key keeps its place;
   // a new key becomes the first entry of its section; a new section is appended after one

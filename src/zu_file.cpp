@@ -1,5 +1,7 @@
 #include "zu_file.h"
 
+// The null-name assertion fires in every build type, so assert.h is read without NDEBUG.
+#undef NDEBUG
 #include <assert.h>
 #include <unistd.h>
 
@@ -44,7 +46,9 @@ CKAFile::CKAFile() : m_pFile(nullptr) {}
 
 CKAFile::CKAFile(const char* szFileName) : m_pFile(nullptr), m_sFileName(szFileName) {}
 
-CKAFile::~CKAFile() { Close(); }
+CKAFile::~CKAFile() {
+  Close();
+}
 
 bool CKAFile::SetFileName(const char* szFileName) {
   if (szFileName == nullptr) FailNullFileName();
@@ -52,7 +56,9 @@ bool CKAFile::SetFileName(const char* szFileName) {
   return true;
 }
 
-CKAString CKAFile::GetFileName() { return m_sFileName; }
+CKAString CKAFile::GetFileName() {
+  return m_sFileName;
+}
 
 bool CKAFile::Open(int nFlags) {
   char mode[8] = {};
@@ -93,7 +99,9 @@ void CKAFile::Close() {
   m_pFile = nullptr;
 }
 
-bool CKAFile::IsExist() { return access(m_sFileName.GetBuf(), F_OK) != -1; }
+bool CKAFile::IsExist() {
+  return access(m_sFileName.GetBuf(), F_OK) != -1;
+}
 
 int CKAFile::GetLength() {
   if (m_pFile != nullptr) {
@@ -132,7 +140,9 @@ void CKAFile::SeekToBegin() {
   if (m_pFile != nullptr) std::rewind(m_pFile);
 }
 
-bool CKAFile::SeekToEnd() { return Seek(0, KA_SEEK_END); }
+bool CKAFile::SeekToEnd() {
+  return Seek(0, KA_SEEK_END);
+}
 
 bool CKAFile::Rename(const char* szNewName) {
   Close();

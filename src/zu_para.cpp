@@ -8,15 +8,15 @@
 #include <cstring>
 #include <vector>
 
-#include "zu_token.h"
-
 namespace {
 
 // Loading reads at most 1023 bytes of a line at a time; longer lines become several lines.
 constexpr int kLineBuffer = 1024;
 
 // The white space of trimming: space, tab, line feed, carriage return.
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 // True when text begins with prefix, letter case folded with toupper.
 bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
@@ -55,6 +55,21 @@ void InsertLines(CKAArray<CKAString>& lines, int index, const std::vector<CKAStr
   for (const CKAString& item : items) lines.AddBefore(lines.m_nCount, item);
   for (int i = nOld - 1; i >= index; --i) lines[i + nAdd] = lines[i];
   for (int i = 0; i < nAdd; ++i) lines[index + i] = items[static_cast<size_t>(i)];
+}
+
+// The non-empty pieces of text between line feeds; runs of line feeds count as one.
+std::vector<CKAString> SplitAtLineFeeds(const char* text) {
+  std::vector<CKAString> items;
+  std::string item;
+  for (const char* p = text;; ++p) {
+    if (*p != '\n' && *p != '\0') {
+      item += *p;
+      continue;
+    }
+    if (!item.empty()) items.emplace_back(item.c_str());
+    item.clear();
+    if (*p == '\0') return items;
+  }
 }
 
 // Reads the value of key in section; *pFound (when given) tells whether it was there.
@@ -249,8 +264,7 @@ bool CKAPara::SetString(const char* section, const char* key, const char* value)
   return WriteToFile();
 }
 
-bool CKAPara::AddValueString(const char* section, const char* key, const char* value,
-                             int nPos) {
+bool CKAPara::AddValueString(const char* section, const char* key, const char* value, int nPos) {
   if (key == nullptr || value == nullptr || nPos == INT_MIN) return false;
   if (nPos == 0 && section == nullptr) return false;
   if (nPos == 0) {
@@ -329,9 +343,7 @@ bool CKAPara::SetKeyList(const char* section, const char* list) {
   }
   // Every item is inserted at the same index, so they end up in reverse order. Deliberate
   // and kept.
-  std::vector<CKAString> reversed;
-  CKAToken token(items.GetBuf(), "\n");
-  for (CKAString item; token.GetToken(item);) reversed.push_back(item);
+  std::vector<CKAString> reversed = SplitAtLineFeeds(items.GetBuf());
   std::reverse(reversed.begin(), reversed.end());
   InsertLines(m_arLine, nInsert, reversed);
   return WriteToFile();

@@ -74,8 +74,8 @@ const ModeCase kModeCases[] = {
     {KA_FILE_CREATE, "a+", true, 3, "abcZ"},
     {KA_FILE_READ | KA_FILE_WRITE | KA_FILE_CREATE, "a+", true, 3, "abcZ"},
     {KA_FILE_CREATE | KA_FILE_TRUNCATE, "w+", true, 0, "Z"},
-    {KA_FILE_READ | KA_FILE_WRITE | KA_FILE_CREATE | KA_FILE_TRUNCATE | KA_FILE_BINARY, "w+b",
-     true, 0, "Z"},
+    {KA_FILE_READ | KA_FILE_WRITE | KA_FILE_CREATE | KA_FILE_TRUNCATE | KA_FILE_BINARY, "w+b", true,
+     0, "Z"},
 };
 
 TEST_F(FileTest, OpenFlagsChooseTheModeOfTheTable) {
