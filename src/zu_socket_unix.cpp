@@ -2,6 +2,7 @@
 
 #include "zu_global_unix.h"
 #include "zu_std.h"
+#include "zu_string.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -124,13 +125,13 @@ int SendDatagram(int fd, const char* pBuf, int nLen, const char* szIP, unsigned 
 
 // First IPv4 address of the local host name, as gethostbyname gives it.
 bool HostInterfaceAddress(in_addr* pAddr) {
-  char name[128] = {};
-  gethostname(name, sizeof name - 1);
+  const CKAString name = ka_get_computer_name();
   hostent entry;
   hostent* result = nullptr;
   int error = 0;
   std::vector<char> work(1024);
-  while (gethostbyname_r(name, &entry, work.data(), work.size(), &result, &error) == ERANGE &&
+  while (gethostbyname_r(name.GetBuf(), &entry, work.data(), work.size(), &result, &error) ==
+             ERANGE &&
          work.size() < 65536) {
     work.resize(work.size() * 2);
   }
