@@ -18,13 +18,15 @@ bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-// True when text begins with prefix, letter case folded with toupper.
-bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
-  const char* p = prefix.GetBuf();
+// True when text begins with the header text "[" name "]", letter case folded with toupper.
+// "[" is no letter, so only lines that begin with it need the case-folding comparison.
+bool BeginsWithNoCase(const char* text, const CKAString& header) {
+  if (text[0] != '[') return false;
+  const char* p = header.GetBuf();
   for (; *p != '\0'; ++p, ++text) {
     if (*text == '\0') return false;
-    if (std::toupper(static_cast<unsigned char>(*text)) !=
-        std::toupper(static_cast<unsigned char>(*p))) {
+    if (*text != *p && std::toupper(static_cast<unsigned char>(*text)) !=
+                           std::toupper(static_cast<unsigned char>(*p))) {
       return false;
     }
   }
@@ -33,12 +35,13 @@ bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
 
 // True when the key of an entry line (text before its first "=", trailing white space
 // removed; a line without "=" has an empty key) equals key byte for byte. As with
-// CKAString::TrimRight, the key's first byte is never trimmed.
-bool KeyEquals(const char* text, const char* key) {
+// CKAString::TrimRight, the key's first byte is never trimmed. nKey is strlen(key).
+bool KeyEquals(const char* text, const char* key, size_t nKey) {
+  if (nKey > 0 && text[0] != key[0]) return false;  // cheap test for most lines
   const char* eq = std::strchr(text, '=');
   size_t nEnd = eq == nullptr ? 0 : static_cast<size_t>(eq - text);
   while (nEnd >= 2 && IsBlank(text[nEnd - 1])) --nEnd;
-  return std::strlen(key) == nEnd && std::memcmp(text, key, nEnd) == 0;
+  return nKey == nEnd && std::memcmp(text, key, nEnd) == 0;
 }
 
 // Removes count lines at index in one pass; the slots behind the new end keep stale copies.
@@ -130,6 +133,7 @@ int CKAPara::SearchLine(const char* section, const char* key) {
   m_strTemp = "[";
   m_strTemp += section;
   m_strTemp += "]";
+  const size_t nKey = key == nullptr ? 0 : std::strlen(key);
   bool bInSection = false;
   for (int i = 0; i < m_arLine.m_nCount; ++i) {
     const char* text = m_arLine[i].GetBuf();
@@ -142,7 +146,7 @@ int CKAPara::SearchLine(const char* section, const char* key) {
       continue;
     }
     // A header has an empty key, so an empty key can match it before it ends the section.
-    if (key != nullptr && KeyEquals(text, key)) return i;
+    if (key != nullptr && KeyEquals(text, key, nKey)) return i;
     if (text[0] == '[') break;
   }
   return nResult;
