@@ -18,6 +18,13 @@ bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
+// Builds the header text "[" section "]".
+void MakeHeader(CKAString& header, const char* section) {
+  header = "[";
+  header += section;
+  header += "]";
+}
+
 // True when text begins with the header text "[" name "]", letter case folded with toupper.
 // "[" is no letter, so only lines that begin with it need the case-folding comparison.
 bool BeginsWithNoCase(const char* text, const CKAString& header) {
@@ -130,9 +137,7 @@ bool CKAPara::DeleteAll() {
 int CKAPara::SearchLine(const char* section, const char* key) {
   int nResult = ~m_arLine.m_nCount;
   if (section == nullptr) return nResult;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   const size_t nKey = key == nullptr ? 0 : std::strlen(key);
   bool bInSection = false;
   for (int i = 0; i < m_arLine.m_nCount; ++i) {
@@ -183,9 +188,7 @@ bool CKAPara::SetValueString(int index, const char* value) {
 std::string CKAPara::GetKeyList(const char* section) {
   std::string result;
   if (section == nullptr) return result;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   bool bInSection = false;
   bool bFirst = true;
   for (int i = 0; i < m_arLine.m_nCount; ++i) {
@@ -273,9 +276,7 @@ bool CKAPara::AddValueString(const char* section, const char* key, const char* v
   if (nPos == 0 && section == nullptr) return false;
   if (nPos == 0) {
     m_arLine.AddBefore(m_arLine.m_nCount, CKAString(""));
-    m_strTemp = "[";
-    m_strTemp += section;
-    m_strTemp += "]";
+    MakeHeader(m_strTemp, section);
     m_arLine.AddBefore(m_arLine.m_nCount, m_strTemp);
   }
   m_strTemp = key;
@@ -294,9 +295,7 @@ bool CKAPara::DeleteSubKey(const char* section, const char* key) {
 
 bool CKAPara::DeleteKey(const char* section) {
   if (section == nullptr) return false;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   const int nCount = m_arLine.m_nCount;
   if (nCount == 0) return false;
   int nStart = -1;
@@ -326,9 +325,7 @@ bool CKAPara::DeleteKey(const char* section) {
 
 bool CKAPara::SetKeyList(const char* section, const char* list) {
   if (section == nullptr || list == nullptr) return false;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   const CKAString items(list);
   int nHeader = -1;
   for (int i = 0; i < m_arLine.m_nCount && nHeader < 0; ++i) {
