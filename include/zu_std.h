@@ -6,6 +6,20 @@
 #include "zu_export.h"
 
 // ---- Memory and text helpers ----
+// Stateless byte and NUL-terminated text helpers; safe to call from any thread.
+
+// Copies n bytes from src to dst; overlapping ranges are handled in both directions.
+// Nothing happens for a null pointer, an n of 0 or below, or dst equal to src.
+ZUSTD_API void ka_memmove(void* dst, const void* src, int n);
+// strncpy(dst, src, n) and then a NUL at dst[n]: dst must hold n + 1 bytes, and is always
+// terminated. A null src or n < 0 empties dst. Returns dst (null for a null dst).
+ZUSTD_API char* ka_strncpy(char* dst, const char* src, int n);
+// strcasecmp(a, b): case-insensitive comparison of the whole texts; there is no length limit
+// despite the name. A null text sorts before every other text; two nulls compare equal.
+ZUSTD_API int ka_strnocasecmp(const char* a, const char* b);
+// Replace every byte up to the terminator by toupper / tolower of itself; null does nothing.
+ZUSTD_API void ka_toupper(char* s);
+ZUSTD_API void ka_tolower(char* s);
 
 // ---- Base64 ----
 
@@ -14,6 +28,51 @@
 //
 
 // ---- Local time ----
+// Broken-down local time and wall-clock readings. time_t is the platform's: on 32-bit ARM it
+// is 32 bits wide, so instants after 2038-01-19 03:14:07 UTC cannot be held on that target.
+// Every conversion to local time, from any thread, is serialised by one process-wide lock.
+
+#include <ctime>
+
+// Broken-down local time, eight unsigned 16-bit fields. Copyable.
+struct STimeInfo {
+  unsigned short wYear;          // full year
+  unsigned short wMonth;         // 1..12
+  unsigned short wDay;           // 1..31
+  unsigned short wHour;          // 0..23
+  unsigned short wMinute;        // 0..59
+  unsigned short wSecond;        // 0..60
+  unsigned short wMilliseconds;  // 0..999, set only by ka_get_current_mtime, otherwise 0
+  unsigned short wReserved;      // never written by the library
+};
+static_assert(sizeof(STimeInfo) == 16, "STimeInfo is eight 16-bit fields");
+
+// A wall-clock reading for measuring intervals (see ka_get_current_interval_mtime). Copyable.
+struct SIntervalMTime {
+  time_t tSecond;               // whole seconds since the epoch
+  unsigned short wMillisecond;  // microseconds / 1000, 0..999
+};
+static_assert(sizeof(SIntervalMTime) == 2 * sizeof(time_t), "time_t followed by 16 bits");
+
+// Local time of *pTime in the process's time zone; wMilliseconds and wReserved are 0.
+// A null pTime, or an instant the platform cannot convert, gives an all-zero record.
+ZUSTD_API STimeInfo ka_localtime(const time_t* pTime);
+// Day of the week of *pTime, 0 = Sunday .. 6 = Saturday; -1 for null or unconvertible.
+ZUSTD_API int ka_localtime_week(const time_t* pTime);
+// Day of the year of *pTime, 0 = 1 January .. 365; -1 for null or unconvertible.
+ZUSTD_API int ka_localtime_dayofyear(const time_t* pTime);
+
+// Elapsed milliseconds from the reading `start` to the later reading `now`, by the rule every
+// time-out of the library uses: (millisecond difference) + (second difference) * 1000, taken
+// as an unsigned 32-bit number. The clock is the wall clock: when it was set backwards the
+// difference wraps to a huge value and the caller's time-out ends at once (required).
+inline unsigned int ka_elapsed_mtime(const SIntervalMTime& start, const SIntervalMTime& now) {
+  const unsigned int seconds =
+      static_cast<unsigned int>(now.tSecond) - static_cast<unsigned int>(start.tSecond);
+  const unsigned int millis =
+      static_cast<unsigned int>(now.wMillisecond) - static_cast<unsigned int>(start.wMillisecond);
+  return seconds * 1000u + millis;
+}
 
 // ---- Byte order, directories, sockets, paths, library names ----
 

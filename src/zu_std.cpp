@@ -2,6 +2,44 @@
 
 // ---- Memory and text helpers ----
 
+#include <strings.h>
+
+#include <cctype>
+#include <cstring>
+
+void ka_memmove(void* dst, const void* src, int n) {
+  if (dst == nullptr || src == nullptr || n <= 0 || dst == src) return;
+  std::memmove(dst, src, static_cast<size_t>(n));
+}
+
+char* ka_strncpy(char* dst, const char* src, int n) {
+  if (dst == nullptr) return nullptr;
+  if (src == nullptr || n < 0) {
+    dst[0] = '\0';
+    return dst;
+  }
+  std::strncpy(dst, src, static_cast<size_t>(n));
+  dst[n] = '\0';
+  return dst;
+}
+
+int ka_strnocasecmp(const char* a, const char* b) {
+  if (a == nullptr || b == nullptr) return (a == nullptr ? 0 : 1) - (b == nullptr ? 0 : 1);
+  return strcasecmp(a, b);
+}
+
+// toupper/tolower never turn a byte into NUL, so one pass to the terminator gives the same
+// result as re-measuring the text before every byte.
+void ka_toupper(char* s) {
+  if (s == nullptr) return;
+  for (; *s != '\0'; ++s) *s = static_cast<char>(std::toupper(static_cast<unsigned char>(*s)));
+}
+
+void ka_tolower(char* s) {
+  if (s == nullptr) return;
+  for (; *s != '\0'; ++s) *s = static_cast<char>(std::tolower(static_cast<unsigned char>(*s)));
+}
+
 // ---- Base64 ----
 
 //
@@ -9,5 +47,54 @@
 //
 
 // ---- Local time ----
+
+#include "zu_automutex.h"
+#include "zu_mutex_unix.h"
+
+namespace {
+
+// Guards every call of localtime, whose result lives in storage shared by the process.
+CKAMutex s_mutex_time;
+
+// Runs fn on the broken-down local time of *pTime under s_mutex_time. Returns false, without
+// calling fn, for a null pointer or an instant localtime cannot convert.
+template <typename Fn>
+bool with_localtime(const time_t* pTime, Fn fn) {
+  if (pTime == nullptr) return false;
+  CKAAutoMutex lock(&s_mutex_time, true);
+  const struct tm* tmLocal = localtime(pTime);
+  if (tmLocal == nullptr) return false;
+  fn(*tmLocal);
+  return true;
+}
+
+}  // namespace
+
+STimeInfo ka_localtime(const time_t* pTime) {
+  static STimeInfo tmInfo;  // written only under s_mutex_time; its last two fields stay 0
+  STimeInfo result = {};
+  with_localtime(pTime, [&result](const struct tm& t) {
+    tmInfo.wYear = static_cast<unsigned short>(t.tm_year + 1900);
+    tmInfo.wMonth = static_cast<unsigned short>(t.tm_mon + 1);
+    tmInfo.wDay = static_cast<unsigned short>(t.tm_mday);
+    tmInfo.wHour = static_cast<unsigned short>(t.tm_hour);
+    tmInfo.wMinute = static_cast<unsigned short>(t.tm_min);
+    tmInfo.wSecond = static_cast<unsigned short>(t.tm_sec);
+    result = tmInfo;
+  });
+  return result;
+}
+
+int ka_localtime_week(const time_t* pTime) {
+  int week = -1;
+  with_localtime(pTime, [&week](const struct tm& t) { week = t.tm_wday; });
+  return week;
+}
+
+int ka_localtime_dayofyear(const time_t* pTime) {
+  int day = -1;
+  with_localtime(pTime, [&day](const struct tm& t) { day = t.tm_yday; });
+  return day;
+}
 
 // ---- Byte order, directories, sockets, paths, library names ----

@@ -4,6 +4,44 @@
 
 // ---- Memory and text helpers ----
 
+#include <cstring>
+#include <string>
+
+TEST(KaMemmove, ShiftsOverlappingRangesBothWays) {
+  char up[] = "abcdefgh";
+  ka_memmove(up + 2, up, 5);
+  EXPECT_STREQ(up, "ababcdeh");
+  char down[] = "abcdefgh";
+  ka_memmove(down, down + 2, 5);
+  EXPECT_STREQ(down, "cdefgfgh");
+  char same[] = "abc";
+  ka_memmove(same + 1, same, 0);
+  ka_memmove(same + 1, same, -4);
+  ka_memmove(nullptr, same, 2);
+  ka_memmove(same, nullptr, 2);
+  EXPECT_STREQ(same, "abc");
+}
+
+TEST(KaStrncpy, AlwaysTerminates) {
+  char dst[8];
+  std::memset(dst, 'z', sizeof dst);
+  EXPECT_EQ(ka_strncpy(dst, "abcdef", 3), dst);
+  EXPECT_EQ(std::memcmp(dst, "abc\0zzzz", 8), 0);
+  std::memset(dst, 'z', sizeof dst);
+  ka_strncpy(dst, "abcdef", 0);
+  EXPECT_EQ(std::memcmp(dst, "\0zzzzzzz", 8), 0);
+  std::memset(dst, 'z', sizeof dst);
+  ka_strncpy(dst, "abcdef", -1);
+  EXPECT_EQ(dst[0], '\0');
+  std::memset(dst, 'z', sizeof dst);
+  ka_strncpy(dst, nullptr, 3);
+  EXPECT_EQ(dst[0], '\0');
+  std::memset(dst, 'z', sizeof dst);
+  ka_strncpy(dst, "ab", 5);  // strncpy pads with zeros up to n
+  EXPECT_EQ(std::memcmp(dst, "ab\0\0\0\0zz", 8), 0);
+  EXPECT_EQ(ka_strncpy(nullptr, "ab", 1), nullptr);
+}
+
 // ---- Base64 ----
 
 //
@@ -11,5 +49,97 @@
 //
 
 // ---- Local time ----
+
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+
+namespace {
+
+void SetTimeZone(const char* tz) {
+  setenv("TZ", tz, 1);
+  tzset();
+}
+
+}  // namespace
+
+TEST(KaLocaltime, ConvertsInTheProcessTimeZone) {
+  struct Case {
+    const char* tz;
+    time_t t;
+    unsigned short year, month, day, hour, minute, second;
+    int weekday, dayOfYear;
+  };
+  const Case cases[] = {
+      {"UTC0", 0, 1970, 1, 1, 0, 0, 0, 4, 0},
+      {"CET-1", 0, 1970, 1, 1, 1, 0, 0, 4, 0},
+      {"EST5", 0, 1969, 12, 31, 19, 0, 0, 3, 364},
+      {"UTC0", 951825600, 2000, 2, 29, 12, 0, 0, 2, 59},
+      {"UTC0", 978307199, 2000, 12, 31, 23, 59, 59, 0, 365},
+      {"CET-1CEST,M3.5.0,M10.5.0/3", 1719835200, 2024, 7, 1, 14, 0, 0, 1, 182},
+      // The last second a 32-bit time_t can hold.
+      {"UTC0", 2147483647, 2038, 1, 19, 3, 14, 7, 2, 18},
+  };
+  for (const Case& c : cases) {
+    SetTimeZone(c.tz);
+    const STimeInfo info = ka_localtime(&c.t);
+    EXPECT_EQ(c.year, info.wYear) << c.tz << " " << c.t;
+    EXPECT_EQ(c.month, info.wMonth) << c.tz << " " << c.t;
+    EXPECT_EQ(c.day, info.wDay) << c.tz << " " << c.t;
+    EXPECT_EQ(c.hour, info.wHour) << c.tz << " " << c.t;
+    EXPECT_EQ(c.minute, info.wMinute) << c.tz << " " << c.t;
+    EXPECT_EQ(c.second, info.wSecond) << c.tz << " " << c.t;
+    EXPECT_EQ(0, info.wMilliseconds);
+    EXPECT_EQ(0, info.wReserved);
+    EXPECT_EQ(c.weekday, ka_localtime_week(&c.t)) << c.tz << " " << c.t;
+    EXPECT_EQ(c.dayOfYear, ka_localtime_dayofyear(&c.t)) << c.tz << " " << c.t;
+  }
+}
+
+TEST(KaLocaltime, TimeTypeMatchesTarget) {
+  if (sizeof(void*) == 4) {
+    // 32-bit ARM keeps a 32-bit time_t: 2038-01-19 03:14:07 UTC is the last instant.
+    EXPECT_EQ(4u, sizeof(time_t));
+    EXPECT_EQ(2147483647, std::numeric_limits<time_t>::max());
+    EXPECT_EQ(8u, sizeof(SIntervalMTime));
+  } else {
+    EXPECT_EQ(16u, sizeof(SIntervalMTime));
+  }
+}
+
+TEST(KaLocaltime, NullGivesZeroRecordAndMinusOne) {
+  const STimeInfo info = ka_localtime(nullptr);
+  EXPECT_EQ(0, info.wYear);
+  EXPECT_EQ(0, info.wMonth);
+  EXPECT_EQ(0, info.wDay);
+  EXPECT_EQ(0, info.wSecond);
+  EXPECT_EQ(-1, ka_localtime_week(nullptr));
+  EXPECT_EQ(-1, ka_localtime_dayofyear(nullptr));
+}
+
+TEST(KaElapsedMtime, CombinesSecondsAndMillisecondsUnsigned) {
+  struct Case {
+    time_t startSec;
+    unsigned short startMs;
+    time_t nowSec;
+    unsigned short nowMs;
+    unsigned int elapsed;
+  };
+  const Case cases[] = {
+      {100, 0, 100, 0, 0},
+      {100, 0, 100, 999, 999},
+      {100, 900, 101, 100, 200},
+      {100, 500, 105, 499, 4999},
+      {2147483000, 10, 2147483647, 20, 647010},
+      // The clock went back: the difference wraps to a huge value, ending any wait at once.
+      {100, 0, 99, 999, 4294967295u},
+      {100, 0, 90, 0, 4294957296u},
+  };
+  for (const Case& c : cases) {
+    SIntervalMTime start = {c.startSec, c.startMs};
+    SIntervalMTime now = {c.nowSec, c.nowMs};
+    EXPECT_EQ(c.elapsed, ka_elapsed_mtime(start, now)) << c.startSec << "." << c.startMs;
+  }
+}
 
 // ---- Byte order, directories, sockets, paths, library names ----

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Builds the libzustd1 and libzustd-dev Debian packages for amd64 and armhf and checks what
+# they declare and contain: architecture, multiarch libdir, Depends, shlibs, ldconfig trigger.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+fail() { echo "package check: $*" >&2; exit 1; }
+field() { dpkg-deb -f "$1" "$2"; }
+
+check() {
+  local preset=$1 arch=$2 multiarch=$3 dir=build/$1
+  cmake --workflow --preset "$preset" >/dev/null
+  local lib=$dir/libzustd1_1.0.0_${arch}.deb dev=$dir/libzustd-dev_1.0.0_${arch}.deb
+  [ -f "$lib" ] && [ -f "$dev" ] || fail "$preset: packages missing"
+  [ "$(field "$lib" Architecture)" = "$arch" ] || fail "$lib: wrong architecture"
+  [ "$(field "$dev" Architecture)" = "$arch" ] || fail "$dev: wrong architecture"
+  field "$lib" Depends | grep -q 'libc6' || fail "$lib: Depends lacks libc6"
+  field "$dev" Depends | grep -qx 'libzustd1 (= 1.0.0)' || fail "$dev: wrong Depends"
+  dpkg-deb -c "$lib" | grep -q "usr/lib/$multiarch/libzustd.so.1.0.0" || fail "$lib: library path"
+  dpkg-deb -c "$lib" | grep -q "usr/lib/$multiarch/libzustd.so.1 -> libzustd.so.1.0.0" ||
+    fail "$lib: soname link"
+  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/libzustd.so -> libzustd.so.1" ||
+    fail "$dev: development link"
+  dpkg-deb -c "$dev" | grep -q "usr/include/zustd/zustd.h" || fail "$dev: headers"
+  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/pkgconfig/zustd.pc" || fail "$dev: zustd.pc"
+  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/cmake/zustd/zustdConfig.cmake" ||
+    fail "$dev: CMake package"
+  local ctl; ctl=$(mktemp -d)
+  dpkg-deb -e "$lib" "$ctl"
+  grep -qx 'libzustd 1 libzustd1 (>= 1.0.0)' "$ctl/shlibs" || fail "$lib: shlibs"
+  grep -qx 'activate-noawait ldconfig' "$ctl/triggers" || fail "$lib: ldconfig trigger"
+  rm -rf "$ctl"
+  echo "packages ($arch): $(basename "$lib") $(basename "$dev") OK"
+}
+
+check package-host amd64 x86_64-linux-gnu
+check package-armhf armhf arm-linux-gnueabihf
