@@ -105,13 +105,13 @@ class ZUSTD_API CKAExpression {
   // m_nParam. Returns 1, or 0 when a variable is refused.
   int GetVarOperand();
 
-  int m_nVarCount;                        // registered variables, == m_arVarOperand.m_nCount
-  CKAString m_strExpression;              // the analysed text, trimmed, "#" appended
-  int m_nPos;                             // lexer reading position; -1 before any Analysis
-  int m_nLength;                          // length of m_strExpression
-  CKAArray<SToken> m_arPolish;            // postfix tokens
-  CKAArray<SVarOperand> m_arVarOperand;   // variable k is element k - 1
-  CKAStack<SToken> m_stackOperator;       // operator stack of the translation, capacity 128
+  int m_nVarCount;                       // registered variables, == m_arVarOperand.m_nCount
+  CKAString m_strExpression;             // the analysed text, trimmed, "#" appended
+  int m_nPos;                            // lexer reading position; -1 before any Analysis
+  int m_nLength;                         // length of m_strExpression
+  CKAArray<SToken> m_arPolish;           // postfix tokens
+  CKAArray<SVarOperand> m_arVarOperand;  // variable k is element k - 1
+  CKAStack<SToken> m_stackOperator;      // operator stack of the translation, capacity 128
 
   static CKADict<SToken> m_sTokenDict;  // keyword text -> token, 64 buckets
   static bool m_bInitOK;                // true once m_sTokenDict is filled

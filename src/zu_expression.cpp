@@ -30,7 +30,7 @@ enum TokenCode : int {
   kMultiply = 4,
   kDivide = 5,
   kPower = 6,
-  kQuotient = 7,  // "MOD"
+  kQuotient = 7,   // "MOD"
   kRemainder = 8,  // "%"
   kAnd = 9,
   kOr = 10,
@@ -77,20 +77,20 @@ struct Keyword {
 
 // The keyword dictionary's rows, in the order they are added (this fixes the chain order).
 constexpr Keyword kKeywords[] = {
-    {"#", kEnd, 0, 8},         {"@", kNegate, 1, 1},       {"+", kAdd, 2, 1},
-    {"-", kSubtract, 2, 1},    {"*", kMultiply, 2, 2},     {"/", kDivide, 2, 2},
-    {"^", kPower, 2, 3},       {"%", kRemainder, 2, 2},    {"MOD", kQuotient, 2, 2},
-    {",", kComma, 0, 0},       {"(", kOpenRound, 0, 4},    {")", kCloseRound, 0, 5},
-    {"[", kOpenSquare, 0, 4},  {"]", kCloseSquare, 0, 5},  {"C_PI", kNumber, 0, 0},
-    {"C_E", kNumber, 0, 0},    {"AND", kAnd, 2, 6},        {"OR", kOr, 2, 6},
-    {"NOT", kNot, 1, 6},       {">", kGreater, 2, 6},      {">=", kGreaterEqual, 2, 6},
-    {"<", kLess, 2, 6},        {"<=", kLessEqual, 2, 6},   {"!=", kNotEqual, 2, 6},
-    {"AVE", kAverage, 0, 7},   {"MAX", kMaximum, 0, 7},    {"MIN", kMinimum, 0, 7},
-    {"SUM", kSum, 0, 7},       {"ABS", kAbs, 0, 7},        {"SIN", kSin, 1, 7},
-    {"COS", kCos, 1, 7},       {"TAN", kTan, 1, 7},        {"ASIN", kAsin, 1, 7},
-    {"ACOS", kAcos, 1, 7},     {"ATAN", kAtan, 1, 7},      {"SQRT", kSqrt, 1, 7},
-    {"LOG", kLog, 1, 7},       {"LN", kLn, 1, 7},          {"EXP", kExp, 2, 7},  // 2 unused
-    {"DTOR", kDegToRad, 1, 7}, {"RTOD", kRadToDeg, 1, 7},  {"CABS", kCabs, 2, 7},
+    {"#", kEnd, 0, 8},         {"@", kNegate, 1, 1},      {"+", kAdd, 2, 1},
+    {"-", kSubtract, 2, 1},    {"*", kMultiply, 2, 2},    {"/", kDivide, 2, 2},
+    {"^", kPower, 2, 3},       {"%", kRemainder, 2, 2},   {"MOD", kQuotient, 2, 2},
+    {",", kComma, 0, 0},       {"(", kOpenRound, 0, 4},   {")", kCloseRound, 0, 5},
+    {"[", kOpenSquare, 0, 4},  {"]", kCloseSquare, 0, 5}, {"C_PI", kNumber, 0, 0},
+    {"C_E", kNumber, 0, 0},    {"AND", kAnd, 2, 6},       {"OR", kOr, 2, 6},
+    {"NOT", kNot, 1, 6},       {">", kGreater, 2, 6},     {">=", kGreaterEqual, 2, 6},
+    {"<", kLess, 2, 6},        {"<=", kLessEqual, 2, 6},  {"!=", kNotEqual, 2, 6},
+    {"AVE", kAverage, 0, 7},   {"MAX", kMaximum, 0, 7},   {"MIN", kMinimum, 0, 7},
+    {"SUM", kSum, 0, 7},       {"ABS", kAbs, 0, 7},       {"SIN", kSin, 1, 7},
+    {"COS", kCos, 1, 7},       {"TAN", kTan, 1, 7},       {"ASIN", kAsin, 1, 7},
+    {"ACOS", kAcos, 1, 7},     {"ATAN", kAtan, 1, 7},     {"SQRT", kSqrt, 1, 7},
+    {"LOG", kLog, 1, 7},       {"LN", kLn, 1, 7},         {"EXP", kExp, 2, 7},  // 2 unused
+    {"DTOR", kDegToRad, 1, 7}, {"RTOD", kRadToDeg, 1, 7}, {"CABS", kCabs, 2, 7},
     {"COSPHI", kCosPhi, 2, 7},
 };
 static_assert(sizeof(kKeywords) / sizeof(kKeywords[0]) == 43, "43 keywords");
@@ -121,17 +121,29 @@ constexpr int kMaxCachedNumbers = 1024;  // numbers converted at Analysis time
 // for a cached number.
 constexpr char kNumberMark[8] = {'\x01', '#', 'n', 'u', 'm', '\x01', '\0', '\0'};
 
-bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsNameStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
-bool IsNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; }
-char Upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool IsNameStart(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) != 0;
+}
+bool IsNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+char Upper(char c) {
+  return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+}
 
 bool IsListFunction(int code) {
   return code == kSum || code == kAverage || code == kMaximum || code == kMinimum || code == kAbs;
 }
 
-bool IsOperand(int code) { return code == kVariable || code == kNumber; }
+bool IsOperand(int code) {
+  return code == kVariable || code == kNumber;
+}
 
 void CopyKind(const SToken& from, SToken& to) {
   to.m_nType = from.m_nType;
@@ -139,9 +151,15 @@ void CopyKind(const SToken& from, SToken& to) {
   to.m_nPriority = from.m_nPriority;
 }
 
+// Copies at most 7 characters of text into name and fills the rest of its 8 bytes with NUL.
+void SetName(char (&name)[8], const char* text) {
+  std::memset(name, 0, sizeof(name));
+  std::memcpy(name, text, strnlen(text, sizeof(name) - 1));
+}
+
 SToken MakeToken(const char* text, int code, int operands, int priority) {
   SToken tok = {};
-  std::strncpy(tok.m_szName, text, sizeof(tok.m_szName) - 1);
+  SetName(tok.m_szName, text);
   tok.m_nType = code;
   tok.m_nParam = operands;
   tok.m_nPriority = priority;
@@ -157,10 +175,7 @@ class TokenText {
   }
   int Length() const { return m_length; }
   const char* Text() const { return m_text; }
-  void Set(const char* text) {
-    std::memset(m_text, 0, sizeof(m_text));
-    std::strncpy(m_text, text, 7);
-  }
+  void Set(const char* text) { SetName(m_text, text); }
   void CopyTo(char (&name)[8]) const { std::memcpy(name, m_text, sizeof(name)); }
 
  private:
@@ -251,210 +266,231 @@ double CosPhi(double a, double b) {
   return b / std::sqrt(b * b + a * a);
 }
 
-double Truth(bool b) { return b ? 1.0 : 0.0; }
+double Truth(bool b) {
+  return b ? 1.0 : 0.0;
+}
 
-// The 128-value stack of one evaluation. A push onto the full stack is lost and a pop from
-// the empty stack leaves its target unchanged; neither is reported.
-class ValueStack {
- public:
-  void Push(double v) {
-    if (m_count < kCapacity) m_values[m_count++] = v;
-  }
-  void Pop(double& v) {
-    if (m_count > 0) v = m_values[--m_count];
-  }
-
- private:
-  static constexpr int kCapacity = 128;
-  double m_values[kCapacity];
-  int m_count = 0;
+// What one evaluation reads besides the tokens: the variable values and the numbers
+// converted at Analysis time.
+struct Operands {
+  const SVarOperand* vars;
+  int var_count;
+  const SVarOperand* cache;
+  int cache_count;
 };
 
-// One run over the postfix tokens. Arity checks use the operand counter, not the stack.
-class Evaluator {
- public:
-  Evaluator(const SVarOperand* vars, int var_count, const SVarOperand* cache, int cache_count)
-      : m_vars(vars), m_varCount(var_count), m_cache(cache), m_cacheCount(cache_count) {}
+[[gnu::noinline]] double ConvertUncached(const SToken& tok) {
+  return ConvertNumber(tok.m_szName);
+}
 
-  int Run(const SToken* tok, const SToken* end, double& result) {
-    for (; tok != end; ++tok) {
-      const int rc = Step(*tok);
-      if (rc != 1) return rc;
+// Runs the postfix tokens on a 128-value stack whose top value is held apart (in a register),
+// so that each result feeds the next operation without a round trip through memory. A push
+// onto the full stack is lost and a pop from the empty stack leaves its target unchanged;
+// neither is reported. Arity checks use the operand counter, not the stack. Every operation
+// pops into the work value (the second of two operands) and the operand value (the first).
+// One function with plain locals keeps all of this state in registers.
+int RunPolish(const SToken* tok, const SToken* end, const Operands& in, double& result) {
+  double below[129];  // stack element k - 1 at index k; index 0 is never a value
+  double top = 0.0;
+  int size = 0;
+  int produced = 0;
+  int numbers = 0;
+  double work = 0.0;
+  double operand = 0.0;
+
+  auto push = [&](double v) {
+    if (size >= 128) return;
+    below[size++] = top;
+    top = v;
+  };
+  auto pop = [&](double& v) {
+    if (size < 1) return;
+    v = top;
+    top = below[--size];
+  };
+  auto unary = [&](auto f) {
+    if (produced < 1) return false;
+    if (size > 0) {
+      work = top;
+      top = f(work);
+    } else {
+      push(f(work));
     }
-    if (m_produced != 1) return -1;
-    m_values.Pop(result);
+    return true;
+  };
+  auto binary = [&](auto f) {
+    if (produced < 2) return false;
+    --produced;
+    if (size > 1) {
+      work = top;
+      operand = below[--size];
+      top = f(operand, work);
+    } else {
+      pop(work);
+      pop(operand);
+      push(f(operand, work));
+    }
+    return true;
+  };
+  // ASIN and ACOS fail with -1 outside [-1, 1]; SQRT, LOG and LN fail with -2 below 0.
+  auto checked = [&](int code, auto f) {
+    if (produced < 1) return -1;
+    pop(work);
+    if (code == kAsin || code == kAcos) {
+      if (work < -1.0 || work > 1.0) return -1;
+    } else if (work < 0.0) {
+      return -2;
+    }
+    push(f(work));
     return 1;
-  }
-
- private:
-  template <class F>
-  int Unary(F f) {
-    if (m_produced < 1) return -1;
-    m_values.Pop(m_work);
-    m_values.Push(f(m_work));
-    return 1;
-  }
-
-  template <class F>
-  int Binary(F f) {
-    if (m_produced < 2) return -1;
-    m_values.Pop(m_work);
-    m_values.Pop(m_operand);
-    m_values.Push(f(m_operand, m_work));
-    --m_produced;
-    return 1;
-  }
-
-  void PushOperand(double v) {
-    m_values.Push(v);
-    ++m_produced;
-  }
-
-  double Number(const SToken& tok) {
-    const int k = m_numbers++;
-    if (k < m_cacheCount && IsCachedNumber(m_cache[k], tok)) return m_cache[k].m_dValue;
-    return ConvertNumber(tok.m_szName);
-  }
-
-  int Variable(const SToken& tok) {
-    const unsigned index = static_cast<unsigned>(tok.m_nParam) - 1u;
-    if (index >= static_cast<unsigned>(m_varCount)) return -1;
-    PushOperand(m_vars[index].m_dValue);
-    return 1;
-  }
-
+  };
   // SUM, AVE, MAX, MIN over the last n operands; the accumulator starts with the last one.
-  int List(int code, int n) {
-    if (n > m_produced) return -1;
-    m_values.Pop(m_work);
+  auto list = [&](int code, int n) {
+    if (n > produced) return false;
+    pop(work);
     for (int i = 1; i < n; ++i) {
-      m_values.Pop(m_operand);
+      pop(operand);
       if (code == kMaximum) {
-        if (m_operand > m_work) m_work = m_operand;
+        if (operand > work) work = operand;
       } else if (code == kMinimum) {
-        if (m_operand < m_work) m_work = m_operand;
+        if (operand < work) work = operand;
       } else {
-        m_work += m_operand;
+        work += operand;
       }
     }
-    if (code == kAverage) m_work = n > 0 ? m_work / n : 0.0;
-    const long long produced = static_cast<long long>(m_produced) - n + 1;
-    m_produced = static_cast<int>(std::min<long long>(produced, INT_MAX));
-    m_values.Push(m_work);
-    return 1;
-  }
+    if (code == kAverage) work = n > 0 ? work / n : 0.0;
+    produced = static_cast<int>(std::min<long long>(1LL + produced - n, INT_MAX));
+    push(work);
+    return true;
+  };
 
-  int Step(const SToken& tok) {
-    switch (tok.m_nType) {
-      case kNumber:
-        PushOperand(Number(tok));
-        return 1;
-      case kVariable:
-        return Variable(tok);
+  for (; tok != end; ++tok) {
+    bool ok = true;
+    int rc = 1;
+    switch (tok->m_nType) {
+      case kNumber: {
+        const int k = numbers++;
+        const bool cached = k < in.cache_count && IsCachedNumber(in.cache[k], *tok);
+        push(cached ? in.cache[k].m_dValue : ConvertUncached(*tok));
+        ++produced;
+        break;
+      }
+      case kVariable: {
+        const unsigned index = static_cast<unsigned>(tok->m_nParam) - 1u;
+        if (index >= static_cast<unsigned>(in.var_count)) return -1;
+        push(in.vars[index].m_dValue);
+        ++produced;
+        break;
+      }
       case kNegate:
-        return Unary([](double x) { return -x; });
+        ok = unary([](double x) { return -x; });
+        break;
       case kAdd:
-        return Binary([](double a, double b) { return a + b; });
+        ok = binary([](double a, double b) { return a + b; });
+        break;
       case kSubtract:
-        return Binary([](double a, double b) { return a - b; });
+        ok = binary([](double a, double b) { return a - b; });
+        break;
       case kMultiply:
-        return Binary([](double a, double b) { return a * b; });
+        ok = binary([](double a, double b) { return a * b; });
+        break;
       case kDivide:
-        return Binary(Divide);
+        ok = binary(Divide);
+        break;
       case kPower:
-        return Binary([](double a, double b) { return std::pow(a, b); });
+        ok = binary([](double a, double b) { return std::pow(a, b); });
+        break;
       case kQuotient:
-        return Binary(Quotient);
+        ok = binary(Quotient);
+        break;
       case kRemainder:
-        return Binary(Remainder);
+        ok = binary(Remainder);
+        break;
       case kAnd:
-        return Binary([](double a, double b) { return Truth(Trunc(a) != 0 && Trunc(b) != 0); });
+        ok = binary([](double a, double b) { return Truth(Trunc(a) != 0 && Trunc(b) != 0); });
+        break;
       case kOr:
-        return Binary([](double a, double b) { return Truth(Trunc(a) != 0 || Trunc(b) != 0); });
+        ok = binary([](double a, double b) { return Truth(Trunc(a) != 0 || Trunc(b) != 0); });
+        break;
       case kNot:
-        return Unary([](double x) { return Truth(Trunc(x) == 0); });
+        ok = unary([](double x) { return Truth(Trunc(x) == 0); });
+        break;
       case kGreater:
-        return Binary([](double a, double b) { return Truth(a > b); });
+        ok = binary([](double a, double b) { return Truth(a > b); });
+        break;
       case kGreaterEqual:
-        return Binary([](double a, double b) { return Truth(a >= b); });
+        ok = binary([](double a, double b) { return Truth(a >= b); });
+        break;
       case kLess:
-        return Binary([](double a, double b) { return Truth(a < b); });
+        ok = binary([](double a, double b) { return Truth(a < b); });
+        break;
       case kLessEqual:
-        return Binary([](double a, double b) { return Truth(a <= b); });
+        ok = binary([](double a, double b) { return Truth(a <= b); });
+        break;
       case kNotEqual:
-        return Binary([](double a, double b) { return Truth(!(a == b)); });
-      default:
-        return Function(tok);
-    }
-  }
-
-  int Function(const SToken& tok) {
-    switch (tok.m_nType) {
+        ok = binary([](double a, double b) { return Truth(!(a == b)); });
+        break;
       case kSum:
       case kAverage:
       case kMaximum:
       case kMinimum:
-        return List(tok.m_nType, tok.m_nParam);
+        ok = list(tok->m_nType, tok->m_nParam);
+        break;
       case kDegToRad:
-        return Unary([](double x) { return x * 0.017453292519944444; });  // 3.14159265359/180
+        ok = unary([](double x) { return x * 0.017453292519944444; });  // 3.14159265359/180
+        break;
       case kRadToDeg:
-        return Unary([](double x) { return x * 57.29577951307855; });  // 180/3.14159265359
+        ok = unary([](double x) { return x * 57.29577951307855; });  // 180/3.14159265359
+        break;
       case kSqrt:
-        return Checked(tok.m_nType, [](double x) { return std::sqrt(x); });
+        rc = checked(kSqrt, [](double x) { return std::sqrt(x); });
+        break;
       case kSin:
-        return Unary([](double x) { return std::sin(x); });
+        ok = unary([](double x) { return std::sin(x); });
+        break;
       case kCos:
-        return Unary([](double x) { return std::cos(x); });
+        ok = unary([](double x) { return std::cos(x); });
+        break;
       case kTan:
-        return Unary([](double x) { return std::tan(x); });
+        ok = unary([](double x) { return std::tan(x); });
+        break;
       case kAsin:
-        return Checked(tok.m_nType, [](double x) { return std::asin(x); });
+        rc = checked(kAsin, [](double x) { return std::asin(x); });
+        break;
       case kAcos:
-        return Checked(tok.m_nType, [](double x) { return std::acos(x); });
+        rc = checked(kAcos, [](double x) { return std::acos(x); });
+        break;
       case kAtan:
-        return Unary([](double x) { return std::atan(x); });
+        ok = unary([](double x) { return std::atan(x); });
+        break;
       case kAbs:  // one operand, whatever argument count the token carries
-        return Unary([](double x) { return std::fabs(x); });
+        ok = unary([](double x) { return std::fabs(x); });
+        break;
       case kCabs:
-        return Binary([](double a, double b) { return std::sqrt(b * b + a * a); });
+        ok = binary([](double a, double b) { return std::sqrt(b * b + a * a); });
+        break;
       case kCosPhi:
-        return Binary(CosPhi);
+        ok = binary(CosPhi);
+        break;
       case kLog:  // natural logarithm: LOG and LN are deliberately swapped
-        return Checked(tok.m_nType, [](double x) { return std::log(x); });
+        rc = checked(kLog, [](double x) { return std::log(x); });
+        break;
       case kLn:  // base-10 logarithm
-        return Checked(tok.m_nType, [](double x) { return std::log10(x); });
+        rc = checked(kLn, [](double x) { return std::log10(x); });
+        break;
       case kExp:  // one operand, although the keyword carries 2
-        return Unary([](double x) { return std::exp(x); });
-      default:
+        ok = unary([](double x) { return std::exp(x); });
+        break;
+      default:  // brackets, commas, the end marker and unknown codes are not evaluable
         return -1;
     }
+    if (!ok) return -1;
+    if (rc != 1) return rc;
   }
-
-  // One-operand functions with a domain: ASIN and ACOS fail with -1 outside [-1, 1]; SQRT,
-  // LOG and LN fail with -2 below 0.
-  template <class F>
-  int Checked(int code, F f) {
-    if (m_produced < 1) return -1;
-    m_values.Pop(m_work);
-    if (code == kAsin || code == kAcos) {
-      if (m_work < -1.0 || m_work > 1.0) return -1;
-    } else if (m_work < 0.0) {
-      return -2;
-    }
-    m_values.Push(f(m_work));
-    return 1;
-  }
-
-  const SVarOperand* m_vars;
-  int m_varCount;
-  const SVarOperand* m_cache;
-  int m_cacheCount;
-  ValueStack m_values;
-  int m_produced = 0;
-  int m_numbers = 0;
-  double m_work = 0.0;     // pops of one-operand functions, second operands, accumulators
-  double m_operand = 0.0;  // pops of first operands and further list arguments
-};
+  if (produced != 1) return -1;
+  pop(result);
+  return 1;
+}
 
 }  // namespace
 
@@ -574,8 +610,7 @@ int CKAExpression::Analysis(const char* pszExpression) {
     m_arVarOperand.AddSize(base + numbers - m_arVarOperand.m_nSize);
   }
   SVarOperand* slot = m_arVarOperand.m_pData + base;
-  for (int i = 0; i < m_arPolish.m_nCount && slot != m_arVarOperand.m_pData + base + numbers;
-       ++i) {
+  for (int i = 0; i < m_arPolish.m_nCount && slot != m_arVarOperand.m_pData + base + numbers; ++i) {
     if (m_arPolish.m_pData[i].m_nType == kNumber) CacheNumber(*slot++, m_arPolish.m_pData[i]);
   }
   return m_nPos + 1 < m_nLength ? -4 : 1;
@@ -701,7 +736,9 @@ int CKAExpression::FindVarID(const char* pszName) {
   return -1;
 }
 
-int CKAExpression::GetVarCount() { return m_nVarCount; }
+int CKAExpression::GetVarCount() {
+  return m_nVarCount;
+}
 
 int CKAExpression::GetVarName(int nIndex, CKAString& strName) {
   strName = " ";
@@ -747,10 +784,10 @@ int CKAExpression::Evaluate(double& dResult) {
   if (count < 1 || !m_arPolish.m_pData) return -1;
   const int vars = std::max(0, std::min(m_nVarCount, m_arVarOperand.m_nCount));
   const int cached = std::min(m_arVarOperand.m_nSize - vars, kMaxCachedNumbers);
-  Evaluator evaluator(m_arVarOperand.m_pData, vars, m_arVarOperand.m_pData + vars,
-                      std::max(cached, 0));
+  const Operands in = {m_arVarOperand.m_pData, vars, m_arVarOperand.m_pData + vars,
+                       std::max(cached, 0)};
   double result = 0.0;
-  const int rc = evaluator.Run(m_arPolish.m_pData, m_arPolish.m_pData + count, result);
+  const int rc = RunPolish(m_arPolish.m_pData, m_arPolish.m_pData + count, in, result);
   if (rc == 1) dResult = result;
   return rc;
 }

@@ -20,7 +20,8 @@ std::string Postfix(const CKAExpression& e) {
   std::string out;
   for (int i = 0; i < e.m_arPolish.m_nCount; ++i) {
     if (i > 0) out += ' ';
-    out += std::string(e.m_arPolish.m_pData[i].m_szName, strnlen(e.m_arPolish.m_pData[i].m_szName, 8));
+    out +=
+        std::string(e.m_arPolish.m_pData[i].m_szName, strnlen(e.m_arPolish.m_pData[i].m_szName, 8));
   }
   return out;
 }
@@ -30,7 +31,8 @@ void SetInputs(CKAExpression& e) {
   const struct {
     const char* name;
     double value;
-  } inputs[] = {{"A", 2}, {"B", 5}, {"C", 3}, {"X", 0.5}, {"Y", -1.5}, {"A1", 1}, {"A2", 2}, {"A3", 3}};
+  } inputs[] = {{"A", 2},    {"B", 5},  {"C", 3},  {"X", 0.5},
+                {"Y", -1.5}, {"A1", 1}, {"A2", 2}, {"A3", 3}};
   for (const auto& in : inputs) e.SetVarValue(in.name, in.value);
 }
 
@@ -60,17 +62,17 @@ TEST(CKAExpressionDictionary, HoldsEveryKeywordWithItsCodeOperandsAndClass) {
   const struct {
     const char* text;
     int code, operands, cls;
-  } rows[] = {{"#", 0, 0, 8},     {"@", 1, 1, 1},      {"+", 2, 2, 1},      {"-", 3, 2, 1},
-              {"*", 4, 2, 2},     {"/", 5, 2, 2},      {"^", 6, 2, 3},      {"%", 8, 2, 2},
-              {"MOD", 7, 2, 2},   {",", 23, 0, 0},     {"(", 19, 0, 4},     {")", 20, 0, 5},
-              {"[", 21, 0, 4},    {"]", 22, 0, 5},     {"C_PI", 18, 0, 0},  {"C_E", 18, 0, 0},
-              {"AND", 9, 2, 6},   {"OR", 10, 2, 6},    {"NOT", 11, 1, 6},   {">", 12, 2, 6},
-              {">=", 13, 2, 6},   {"<", 14, 2, 6},     {"<=", 15, 2, 6},    {"!=", 16, 2, 6},
-              {"AVE", 25, 0, 7},  {"MAX", 26, 0, 7},   {"MIN", 28, 0, 7},   {"SUM", 24, 0, 7},
-              {"ABS", 39, 0, 7},  {"SIN", 33, 1, 7},   {"COS", 34, 1, 7},   {"TAN", 35, 1, 7},
-              {"ASIN", 36, 1, 7}, {"ACOS", 37, 1, 7},  {"ATAN", 38, 1, 7},  {"SQRT", 32, 1, 7},
-              {"LOG", 42, 1, 7},  {"LN", 43, 1, 7},    {"EXP", 44, 2, 7},   {"DTOR", 30, 1, 7},
-              {"RTOD", 31, 1, 7}, {"CABS", 40, 2, 7},  {"COSPHI", 41, 2, 7}};
+  } rows[] = {{"#", 0, 0, 8},     {"@", 1, 1, 1},     {"+", 2, 2, 1},      {"-", 3, 2, 1},
+              {"*", 4, 2, 2},     {"/", 5, 2, 2},     {"^", 6, 2, 3},      {"%", 8, 2, 2},
+              {"MOD", 7, 2, 2},   {",", 23, 0, 0},    {"(", 19, 0, 4},     {")", 20, 0, 5},
+              {"[", 21, 0, 4},    {"]", 22, 0, 5},    {"C_PI", 18, 0, 0},  {"C_E", 18, 0, 0},
+              {"AND", 9, 2, 6},   {"OR", 10, 2, 6},   {"NOT", 11, 1, 6},   {">", 12, 2, 6},
+              {">=", 13, 2, 6},   {"<", 14, 2, 6},    {"<=", 15, 2, 6},    {"!=", 16, 2, 6},
+              {"AVE", 25, 0, 7},  {"MAX", 26, 0, 7},  {"MIN", 28, 0, 7},   {"SUM", 24, 0, 7},
+              {"ABS", 39, 0, 7},  {"SIN", 33, 1, 7},  {"COS", 34, 1, 7},   {"TAN", 35, 1, 7},
+              {"ASIN", 36, 1, 7}, {"ACOS", 37, 1, 7}, {"ATAN", 38, 1, 7},  {"SQRT", 32, 1, 7},
+              {"LOG", 42, 1, 7},  {"LN", 43, 1, 7},   {"EXP", 44, 2, 7},   {"DTOR", 30, 1, 7},
+              {"RTOD", 31, 1, 7}, {"CABS", 40, 2, 7}, {"COSPHI", 41, 2, 7}};
   ASSERT_EQ(sizeof(rows) / sizeof(rows[0]), 43u);
   for (const auto& row : rows) {
     SToken tok = {};
@@ -427,10 +429,9 @@ TEST(CKAExpressionVariables, NumberedInOrderOfFirstOccurrence) {
   EXPECT_EQ(e.GetVarName(0, name), -1);
   EXPECT_TRUE(name == " ");
   EXPECT_EQ(e.GetVarName(3, name), -1);
-  const int params[] = {1, 2, 0, 1, 0};
-  for (int i = 0; i < 5; ++i) {
-    if (e.m_arPolish.m_pData[i].m_nType == 17) EXPECT_EQ(e.m_arPolish.m_pData[i].m_nParam, params[i]);
-  }
+  const int params[] = {1, 2, 2, 1, 2};  // variables carry their numbers
+  for (int i : {0, 1, 3}) EXPECT_EQ(e.m_arPolish.m_pData[i].m_nParam, params[i]);
+  EXPECT_EQ(e.m_arPolish.m_pData[2].m_nType, 4);
   EXPECT_EQ(e.FindVarID("y"), 2);
   EXPECT_EQ(e.FindVarID("Z"), -1);
   EXPECT_EQ(e.FindVarID(nullptr), -1);
