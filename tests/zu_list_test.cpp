@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "zu_list.h"
+#include "zu_string.h"
 
 namespace {
 
@@ -72,3 +73,24 @@ TEST(CKAList, CopiesAreDeep) {
 }
 
 }  // namespace
+
+// Lists of CKAString: every node owns a text; copies are deep and emptying frees them all
+// (checked for leaks and double frees under valgrind and AddressSanitizer).
+TEST(CKAListOfCKAString, CopiesAssignsAndEmptiesOwnedTexts) {
+  CKAList<CKAString> list;
+  for (int i = 1; i <= 5; ++i) list.AddTail(CKAString('x', i));
+  CKAList<CKAString> copy(list);
+  copy.m_pHead->m_Data += "!";
+  EXPECT_STREQ(list.m_pHead->m_Data.GetBuf(), "x");
+  EXPECT_STREQ(copy.m_pHead->m_Data.GetBuf(), "x!");
+  CKAList<CKAString>& same = copy;
+  copy = same;  // self-assignment keeps the nodes (it must not empty their texts)
+  EXPECT_STREQ(copy.m_pHead->m_Data.GetBuf(), "x!");
+  copy = list;
+  EXPECT_STREQ(copy.m_pTail->m_Data.GetBuf(), "xxxxx");
+  EXPECT_EQ(copy.GetCount(), 5);
+  list.Empty();
+  EXPECT_EQ(list.GetCount(), 0);
+  list.AddTail(CKAString("again"));
+  EXPECT_STREQ(list.m_pHead->m_Data.GetBuf(), "again");
+}

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "zu_map.h"
+#include "zu_string.h"
 
 namespace {
 
@@ -137,3 +138,25 @@ TEST(CKAMap, CopiesAreDeep) {
 }
 
 }  // namespace
+
+// Maps with CKAString values: Add copies the text, a refused duplicate leaves the stored text
+// alone, copies are deep, and Empty frees every node (checked under valgrind and ASan).
+TEST(CKAMapOfCKAString, CopiesValuesAndFreesThem) {
+  CKAMap<int, CKAString> map(4);
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(map.Add(i, CKAString('v', i + 1)));
+  EXPECT_FALSE(map.Add(3, CKAString("duplicate")));
+  CKAString value("untouched");
+  ASSERT_TRUE(map.Find(3, value));
+  EXPECT_STREQ(value.GetBuf(), "vvvv");
+  EXPECT_FALSE(map.Find(10, value));
+  EXPECT_STREQ(value.GetBuf(), "vvvv");
+
+  CKAMap<int, CKAString> copy(map);
+  map.Empty();
+  EXPECT_FALSE(map.Find(3, value));
+  ASSERT_TRUE(copy.Find(9, value));
+  EXPECT_STREQ(value.GetBuf(), "vvvvvvvvvv");
+  map = copy;
+  ASSERT_TRUE(map.Find(0, value));
+  EXPECT_STREQ(value.GetBuf(), "v");
+}

@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "zu_stack.h"
+#include "zu_string.h"
 
 namespace {
 
@@ -87,3 +88,38 @@ TEST(CKAStack, CapacityBelowOneHasNoFullTest) {
 }
 
 }  // namespace
+
+// Stacks of CKAString own heap text per element: pushes, pops, the refused push of a full
+// stack and the growth of a stack without capacity must copy and free every text once
+// (the suite runs under valgrind and AddressSanitizer).
+TEST(CKAStackOfCKAString, FixedCapacityCopiesAndRefusesWhenFull) {
+  CKAStack<CKAString> stack(3);
+  for (const char* text : {"one", "two", "three"}) EXPECT_TRUE(stack.Push(CKAString(text)));
+  EXPECT_FALSE(stack.Push(CKAString("four")));
+  CKAString item("untouched");
+  for (const char* text : {"three", "two", "one"}) {
+    ASSERT_TRUE(stack.Pop(item));
+    EXPECT_STREQ(item.GetBuf(), text);
+  }
+  EXPECT_FALSE(stack.Pop(item));
+  EXPECT_STREQ(item.GetBuf(), "one");
+}
+
+TEST(CKAStackOfCKAString, GrowingStackKeepsTextsEvenWhenPushingItsOwnElement) {
+  CKAStack<CKAString> stack(0);
+  for (int i = 0; i < 20; ++i) {
+    // At 1, 2, 4, 8 and 16 elements the push moves to a new block while the pushed item
+    // still lives in the old one.
+    if (i > 0 && (i & (i - 1)) == 0) {
+      ASSERT_TRUE(stack.Push(stack.m_pData[0]));
+    } else {
+      ASSERT_TRUE(stack.Push(CKAString('a', i + 1)));
+    }
+  }
+  CKAString item;
+  for (int i = 19; i >= 0; --i) {
+    ASSERT_TRUE(stack.Pop(item));
+    const bool copied = i > 0 && (i & (i - 1)) == 0;
+    EXPECT_STREQ(item.GetBuf(), copied ? "a" : CKAString('a', i + 1).GetBuf()) << i;
+  }
+}

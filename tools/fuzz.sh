@@ -2,7 +2,7 @@
 # Runs one libFuzzer target for a number of minutes, or merges its findings into the
 # committed corpus.
 #   tools/fuzz.sh <target> <minutes> [libFuzzer options...]   fuzz (new inputs kept in build/fuzz/work/<target>)
-#   tools/fuzz.sh <target> merge                              minimise work + committed corpus into fuzz/corpus/<target>
+#   tools/fuzz.sh <target> merge [N]                          minimise the N (60) largest finds + the corpus into fuzz/corpus/<target>
 #   tools/fuzz.sh list                                        the targets
 # Targets: string token base64 para expression. Builds the preset "fuzz" (clang-14,
 # AddressSanitizer + UndefinedBehaviorSanitizer) first. Crashes, leaks, time-outs (10 s) and
@@ -34,12 +34,17 @@ export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1:allocator_ma
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 
 if [ "$what" = merge ]; then
-  tmp=$(mktemp -d)
-  trap 'rm -rf "$tmp"' EXIT
-  "$bin" -merge=1 -max_len="${max_len[$target]}" "${dict[@]}" "$tmp" "$corpus" "$work"
+  # The committed corpus stays a few dozen files: the largest inputs found (which cover most
+  # each) and the old corpus, merged on edge coverage alone (no hit counters).
+  top=${1:-60}
+  pool=$(mktemp -d); out=$(mktemp -d)
+  trap 'rm -rf "$pool" "$out"' EXIT
+  { ls -S "$work" || true; } | head -n "$top" | while read -r f; do cp "$work/$f" "$pool/"; done
+  cp "$corpus"/* "$pool"/ 2>/dev/null || true
+  "$bin" -merge=1 -use_counters=0 -max_len="${max_len[$target]}" "$out" "$pool" 2>&1 | grep 'MERGE-OUTER: .* new files'
   rm -f "$corpus"/*
-  cp "$tmp"/* "$corpus"/
-  echo "$(ls "$corpus" | wc -l) inputs in $corpus"
+  for f in "$out"/*; do cp "$f" "$corpus/$(sha1sum "$f" | cut -c1-16)"; done
+  echo "$(ls "$corpus" | wc -l) inputs, $(cat "$corpus"/* | wc -c) bytes in $corpus"
   exit 0
 fi
 
