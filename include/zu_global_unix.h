@@ -9,6 +9,7 @@
 
 #include "zu_export.h"
 #include "zu_std.h"
+#include "zu_string.h"
 
 // Sleeps nMilliseconds; a negative value returns at once, 0 only yields. A signal that arrives
 // meanwhile does not shorten the sleep.
@@ -33,6 +34,10 @@ ZUSTD_API int ka_daemon_init(bool bForkTwice);
 // SIGPIPE and SIGXFSZ by ignoring them (deliberately including faults). Returns the result of
 // the last sigaction, 0 on success.
 ZUSTD_API int ka_ignore_signal();
+
+// The host name (gethostname into a 128-byte buffer); a name that does not fit is cut to
+// 127 bytes, and a failure gives the empty string.
+ZUSTD_API CKAString ka_get_computer_name();
 
 // Creates the directory szPath and any missing parents (mode 0777 less the umask).
 // Inverted result, kept on purpose: false when it succeeded (the directory exists now, also if

@@ -95,5 +95,28 @@ inline unsigned int ka_elapsed_mtime(const SIntervalMTime& start, const SInterva
 }
 
 // ---- Byte order, directories, sockets, paths, library names ----
+// Small platform helpers. Byte order and socket start-up exist so that code written for other
+// platforms links unchanged; here they do nothing. None of these functions locks.
+
+#include <string>
+
+#include "zu_string.h"
+
+// Returns pData untouched: the target's byte order is the library's order.
+ZUSTD_API void* ka_byteorder(void* pData, int nLen);
+// True for any existing path, a plain file included (access F_OK); false for null.
+ZUSTD_API bool ka_is_dir_exist(const char* szPath);
+// Always true; nothing to start on this platform.
+ZUSTD_API bool ka_startup_socket();
+// Does nothing.
+ZUSTD_API void ka_cleanup_socket();
+// szPath trimmed of blanks (space, tab, CR, LF) at both ends; a leading "$NAME/" is replaced
+// by the value of the environment variable NAME ("  $HOME/etc/a.ini " -> "/home/u/etc/a.ini").
+// An unset variable gives the empty string. Without a "/" the whole text, "$" included, is
+// looked up as the name (so "$HOME" alone is normally empty; kept). Null gives empty.
+ZUSTD_API std::string ka_get_path_name(const char* szPath);
+// "lib" + szName + ".so", built in an 80-byte buffer: szName may have at most 73 characters.
+// A longer name, or null, gives the empty string rather than a cut or overflowing name.
+ZUSTD_API CKAString ka_get_dll_name(const char* szName);
 
 #endif  // ZUSTD_ZU_STD_H

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int kDaemonMaxFd = 256;
+constexpr size_t kHostNameBuffer = 128;
 
 // ---- Directory creation ----
 
@@ -162,6 +163,12 @@ int ka_ignore_signal() {
   int result = 0;
   for (int sig : {SIGPIPE, SIGABRT, SIGXFSZ}) result = sigaction(sig, &action, nullptr);
   return result;
+}
+
+CKAString ka_get_computer_name() {
+  char name[kHostNameBuffer] = {};
+  if (gethostname(name, sizeof name - 1) != 0) name[0] = '\0';
+  return CKAString(name);
 }
 
 bool ka_mkdir(const char* szPath) {

@@ -1,1 +1,350 @@
 #include "zu_para.h"
+
+#include <algorithm>
+#include <cctype>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+// Loading reads at most 1023 bytes of a line at a time; longer lines become several lines.
+constexpr int kLineBuffer = 1024;
+
+// The white space of trimming: space, tab, line feed, carriage return.
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// True when text begins with prefix, letter case folded with toupper.
+bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
+  const char* p = prefix.GetBuf();
+  for (; *p != '\0'; ++p, ++text) {
+    if (*text == '\0') return false;
+    if (std::toupper(static_cast<unsigned char>(*text)) !=
+        std::toupper(static_cast<unsigned char>(*p))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// True when the key of an entry line (text before its first "=", trailing white space
+// removed; a line without "=" has an empty key) equals key byte for byte. As with
+// CKAString::TrimRight, the key's first byte is never trimmed.
+bool KeyEquals(const char* text, const char* key) {
+  const char* eq = std::strchr(text, '=');
+  size_t nEnd = eq == nullptr ? 0 : static_cast<size_t>(eq - text);
+  while (nEnd >= 2 && IsBlank(text[nEnd - 1])) --nEnd;
+  return std::strlen(key) == nEnd && std::memcmp(text, key, nEnd) == 0;
+}
+
+// Removes count lines at index in one pass; the slots behind the new end keep stale copies.
+void RemoveLines(CKAArray<CKAString>& lines, int index, int count) {
+  if (count < 1) return;
+  for (int i = index; i + count < lines.m_nCount; ++i) lines[i] = lines[i + count];
+  lines.m_nCount -= count;
+}
+
+// Inserts items before index in one pass, in the order given.
+void InsertLines(CKAArray<CKAString>& lines, int index, const std::vector<CKAString>& items) {
+  const int nOld = lines.m_nCount;
+  const int nAdd = static_cast<int>(items.size());
+  for (const CKAString& item : items) lines.AddBefore(lines.m_nCount, item);
+  for (int i = nOld - 1; i >= index; --i) lines[i + nAdd] = lines[i];
+  for (int i = 0; i < nAdd; ++i) lines[index + i] = items[static_cast<size_t>(i)];
+}
+
+// The non-empty pieces of text between line feeds; runs of line feeds count as one.
+std::vector<CKAString> SplitAtLineFeeds(const char* text) {
+  std::vector<CKAString> items;
+  std::string item;
+  for (const char* p = text;; ++p) {
+    if (*p != '\n' && *p != '\0') {
+      item += *p;
+      continue;
+    }
+    if (!item.empty()) items.emplace_back(item.c_str());
+    item.clear();
+    if (*p == '\0') return items;
+  }
+}
+
+// Reads the value of key in section; *pFound (when given) tells whether it was there.
+bool ReadValue(CKAPara& para, const char* section, const char* key, CKAString& value,
+               bool* pFound) {
+  const bool bFound = para.GetValueString(para.SearchLine(section, key), value);
+  if (pFound != nullptr) *pFound = bFound;
+  return bFound;
+}
+
+}  // namespace
+
+CKAPara::CKAPara() : m_bLoaded(false) {}
+
+CKAPara::~CKAPara() = default;
+
+bool CKAPara::SetFileName(const char* name) {
+  if (name == nullptr) return false;
+  Close();
+  CKAFile::SetFileName(name);
+  if (!Open("r") || GetLength() < 1) {
+    Close();
+    return false;
+  }
+  m_bLoaded = true;
+  m_arLine.m_nCount = 0;  // the storage is kept for the new lines
+  char buf[kLineBuffer];
+  while (ReadLine(buf, kLineBuffer)) {
+    CKAString line(buf);
+    line.TrimAll();
+    m_arLine.AddBefore(m_arLine.m_nCount, line);
+  }
+  Close();
+  return true;
+}
+
+bool CKAPara::WriteToFile() {
+  Close();
+  if (!Open("w+")) return false;
+  SeekToBegin();
+  for (int i = 0; i < m_arLine.m_nCount; ++i) WriteLine(m_arLine[i].GetBuf());
+  Close();
+  return true;
+}
+
+bool CKAPara::DeleteAll() {
+  if (!m_bLoaded) return false;
+  Close();
+  Open("w+");  // the result is true even when the file could not be emptied
+  Close();
+  m_arLine.m_nCount = 0;
+  return true;
+}
+
+int CKAPara::SearchLine(const char* section, const char* key) {
+  int nResult = ~m_arLine.m_nCount;
+  if (section == nullptr) return nResult;
+  m_strTemp = "[";
+  m_strTemp += section;
+  m_strTemp += "]";
+  bool bInSection = false;
+  for (int i = 0; i < m_arLine.m_nCount; ++i) {
+    const char* text = m_arLine[i].GetBuf();
+    if (text[0] == ';') continue;
+    if (!bInSection) {
+      if (BeginsWithNoCase(text, m_strTemp)) {
+        nResult = ~i;
+        bInSection = true;
+      }
+      continue;
+    }
+    // A header has an empty key, so an empty key can match it before it ends the section.
+    if (key != nullptr && KeyEquals(text, key)) return i;
+    if (text[0] == '[') break;
+  }
+  return nResult;
+}
+
+bool CKAPara::GetValueString(int index, CKAString& value) {
+  if (index < 0 || index >= m_arLine.m_nCount) return false;
+  const char* text = m_arLine[index].GetBuf();
+  if (text[0] == '\0') {  // an empty line reads as an empty value
+    value = "";
+    return true;
+  }
+  const char* eq = std::strchr(text, '=');
+  if (eq == nullptr) return false;
+  CKAString found(eq + 1);
+  found.TrimAll();
+  value = found;
+  return true;
+}
+
+bool CKAPara::SetValueString(int index, const char* value) {
+  if (value == nullptr || index < 0 || index >= m_arLine.m_nCount) return false;
+  CKAString& line = m_arLine[index];
+  const char* eq = std::strchr(line.GetBuf(), '=');
+  if (eq == nullptr) return false;
+  // Everything after the "=" goes, the spaces that followed it included: "k = v" becomes
+  // "k =w". Deliberate and kept.
+  CKAString updated = line.Left(static_cast<int>(eq - line.GetBuf()) + 1);
+  updated += value;
+  line = updated;
+  return true;
+}
+
+std::string CKAPara::GetKeyList(const char* section) {
+  std::string result;
+  if (section == nullptr) return result;
+  m_strTemp = "[";
+  m_strTemp += section;
+  m_strTemp += "]";
+  bool bInSection = false;
+  bool bFirst = true;
+  for (int i = 0; i < m_arLine.m_nCount; ++i) {
+    const char* text = m_arLine[i].GetBuf();
+    if (text[0] == ';') continue;
+    if (!bInSection) {
+      bInSection = BeginsWithNoCase(text, m_strTemp);
+      continue;
+    }
+    if (text[0] == '[') break;
+    if (!bFirst) result += '\n';
+    result += text;
+    bFirst = false;
+  }
+  return result;
+}
+
+bool CKAPara::GetBool(const char* section, const char* key, bool bDefault, bool* pFound) {
+  CKAString value;
+  if (!ReadValue(*this, section, key, value, pFound)) return bDefault;
+  const char* text = value.GetBuf();
+  if (std::strcmp(text, "Y") == 0 || std::strcmp(text, "y") == 0) return true;
+  if (std::strcmp(text, "N") == 0 || std::strcmp(text, "n") == 0) return false;
+  if (pFound != nullptr) *pFound = false;  // "yes", "1", "" ... are not booleans
+  return bDefault;
+}
+
+int CKAPara::GetInt(const char* section, const char* key, int nDefault, bool* pFound) {
+  CKAString value;
+  if (!ReadValue(*this, section, key, value, pFound)) return nDefault;
+  // Clamped so that 64-bit longs give what strtol gives where long is 32 bits.
+  const long nValue = std::strtol(value.GetBuf(), nullptr, 10);
+  if (nValue > INT_MAX) return INT_MAX;
+  if (nValue < INT_MIN) return INT_MIN;
+  return static_cast<int>(nValue);
+}
+
+double CKAPara::GetReal(const char* section, const char* key, double dDefault, bool* pFound) {
+  CKAString value;
+  if (!ReadValue(*this, section, key, value, pFound)) return dDefault;
+  return std::strtod(value.GetBuf(), nullptr);
+}
+
+std::string CKAPara::GetString(const char* section, const char* key, const char* szDefault,
+                               bool* pFound) {
+  CKAString value;
+  if (!ReadValue(*this, section, key, value, pFound)) {
+    return szDefault == nullptr ? std::string() : std::string(szDefault);
+  }
+  return std::string(value.GetBuf());
+}
+
+bool CKAPara::SetBool(const char* section, const char* key, bool value) {
+  return SetString(section, key, value ? "Y" : "N");
+}
+
+bool CKAPara::SetInt(const char* section, const char* key, int value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%d", value);
+  return SetString(section, key, text);
+}
+
+bool CKAPara::SetReal(const char* section, const char* key, double value) {
+  char text[400];  // "%.3f" of the largest double needs 314 bytes
+  std::snprintf(text, sizeof text, "%.3f", value);
+  return SetString(section, key, text);
+}
+
+bool CKAPara::SetString(const char* section, const char* key, const char* value) {
+  if (section == nullptr || key == nullptr) return false;
+  if (value == nullptr) return DeleteSubKey(section, key);
+  const int nLine = SearchLine(section, key);
+  if (nLine < 1) {
+    // The complement of the line count means no header: a new section at the end.
+    const int nPos = nLine == ~m_arLine.m_nCount ? 0 : nLine;
+    AddValueString(section, key, value, nPos);
+  } else if (!SetValueString(nLine, value)) {
+    return false;
+  }
+  return WriteToFile();
+}
+
+bool CKAPara::AddValueString(const char* section, const char* key, const char* value, int nPos) {
+  if (key == nullptr || value == nullptr || nPos == INT_MIN) return false;
+  if (nPos == 0 && section == nullptr) return false;
+  if (nPos == 0) {
+    m_arLine.AddBefore(m_arLine.m_nCount, CKAString(""));
+    m_strTemp = "[";
+    m_strTemp += section;
+    m_strTemp += "]";
+    m_arLine.AddBefore(m_arLine.m_nCount, m_strTemp);
+  }
+  m_strTemp = key;
+  m_strTemp += "=";
+  m_strTemp += value;
+  // -nPos is the index just behind the header: a new key goes first in its section.
+  return m_arLine.AddBefore(nPos == 0 ? m_arLine.m_nCount : -nPos, m_strTemp);
+}
+
+bool CKAPara::DeleteSubKey(const char* section, const char* key) {
+  if (section == nullptr || key == nullptr) return false;
+  const int nLine = SearchLine(section, key);
+  if (nLine > 0) m_arLine.RemoveAt(nLine);
+  return WriteToFile();  // also when the key was not there
+}
+
+bool CKAPara::DeleteKey(const char* section) {
+  if (section == nullptr) return false;
+  m_strTemp = "[";
+  m_strTemp += section;
+  m_strTemp += "]";
+  const int nCount = m_arLine.m_nCount;
+  if (nCount == 0) return false;
+  int nStart = -1;
+  int nEnd = -1;
+  bool bInSection = false;
+  for (int i = 0; i < nCount; ++i) {
+    const char* text = m_arLine[i].GetBuf();
+    if (text[0] == ';') continue;
+    if (!bInSection) {
+      if (BeginsWithNoCase(text, m_strTemp)) {
+        nStart = nEnd = i;
+        bInSection = true;
+      }
+    } else if (text[0] == '[') {
+      nEnd = i;
+      break;
+    } else if (i == nCount - 1) {
+      // Only a last line that is an entry reaches the end of the file: a section ending in
+      // a comment, or a bare header at the end, is not removed. Deliberate and kept.
+      nEnd = nCount;
+    }
+  }
+  if (nStart == -1) return false;
+  RemoveLines(m_arLine, nStart, nEnd - nStart);
+  return WriteToFile();
+}
+
+bool CKAPara::SetKeyList(const char* section, const char* list) {
+  if (section == nullptr || list == nullptr) return false;
+  m_strTemp = "[";
+  m_strTemp += section;
+  m_strTemp += "]";
+  const CKAString items(list);
+  int nHeader = -1;
+  for (int i = 0; i < m_arLine.m_nCount && nHeader < 0; ++i) {
+    const char* text = m_arLine[i].GetBuf();
+    if (text[0] != ';' && BeginsWithNoCase(text, m_strTemp)) nHeader = i;
+  }
+  int nInsert = 1;
+  if (nHeader >= 0) {
+    int nEnd = nHeader + 1;  // comments inside the section go too
+    while (nEnd < m_arLine.m_nCount && m_arLine[nEnd].GetBuf()[0] != '[') ++nEnd;
+    RemoveLines(m_arLine, nHeader + 1, nEnd - nHeader - 1);
+    nInsert = nHeader + 1;
+  } else {
+    // A new section goes to the top, with no blank line. Deliberate and kept.
+    m_arLine.AddBefore(0, m_strTemp);
+  }
+  // Every item is inserted at the same index, so they end up in reverse order. Deliberate
+  // and kept.
+  std::vector<CKAString> reversed = SplitAtLineFeeds(items.GetBuf());
+  std::reverse(reversed.begin(), reversed.end());
+  InsertLines(m_arLine, nInsert, reversed);
+  return WriteToFile();
+}

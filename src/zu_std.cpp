@@ -177,3 +177,58 @@ int ka_localtime_dayofyear(const time_t* pTime) {
 }
 
 // ---- Byte order, directories, sockets, paths, library names ----
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr char kBlanks[] = " \t\r\n";
+constexpr size_t kDllNameBuffer = 80;
+
+std::string trim_blanks(const std::string& text) {
+  const std::string::size_type first = text.find_first_not_of(kBlanks);
+  if (first == std::string::npos) return std::string();
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+}  // namespace
+
+void* ka_byteorder(void* pData, int /*nLen*/) {
+  return pData;
+}
+
+bool ka_is_dir_exist(const char* szPath) {
+  return szPath != nullptr && access(szPath, F_OK) != -1;
+}
+
+bool ka_startup_socket() {
+  return true;
+}
+
+void ka_cleanup_socket() {}
+
+std::string ka_get_path_name(const char* szPath) {
+  if (szPath == nullptr) return std::string();
+  std::string path = trim_blanks(szPath);
+  if (path.empty() || path[0] != '$') return path;
+  const std::string::size_type slash = path.find('/');
+  // Without a slash the name is the whole text with its '$': kept as it is.
+  const std::string name = slash == std::string::npos ? path : path.substr(1, slash - 1);
+  const char* value = getenv(name.c_str());
+  if (value == nullptr) return std::string();
+  // The '$' and the name are replaced; when that span runs past the end (no slash), the text
+  // is left as it is.
+  if (name.size() + 1 > path.size()) return path;
+  return path.replace(0, name.size() + 1, value);
+}
+
+CKAString ka_get_dll_name(const char* szName) {
+  char buffer[kDllNameBuffer] = {};
+  if (szName == nullptr) return CKAString();
+  const int written = snprintf(buffer, sizeof buffer, "lib%s.so", szName);
+  if (written < 0 || static_cast<size_t>(written) >= sizeof buffer) return CKAString();
+  return CKAString(buffer);
+}

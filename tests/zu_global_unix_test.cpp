@@ -296,3 +296,11 @@ TEST(KaIgnoreSignal, ChildSurvivesTerminatingSignals) {
   ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
   EXPECT_EQ(0, WEXITSTATUS(status));
 }
+
+TEST(KaGetComputerName, MatchesTheHostName) {
+  char expected[256] = {};
+  ASSERT_EQ(0, gethostname(expected, sizeof expected - 1));
+  const CKAString name = ka_get_computer_name();
+  EXPECT_STREQ(expected, name.GetBuf());
+  EXPECT_GT(name.GetLength(), 0);
+}

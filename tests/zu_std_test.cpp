@@ -256,3 +256,68 @@ TEST(KaElapsedMtime, CombinesSecondsAndMillisecondsUnsigned) {
 }
 
 // ---- Byte order, directories, sockets, paths, library names ----
+
+#include <unistd.h>
+
+#include <string>
+
+TEST(KaPlatformStubs, DoNothing) {
+  unsigned char data[4] = {1, 2, 3, 4};
+  EXPECT_EQ(data, ka_byteorder(data, 4));
+  EXPECT_EQ(1, data[0]);
+  EXPECT_EQ(4, data[3]);
+  EXPECT_EQ(nullptr, ka_byteorder(nullptr, -1));
+  EXPECT_TRUE(ka_startup_socket());
+  ka_cleanup_socket();
+}
+
+TEST(KaIsDirExist, TrueForAnyExistingPath) {
+  char file[] = "/tmp/zu_std_fileXXXXXX";
+  const int fd = mkstemp(file);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  EXPECT_TRUE(ka_is_dir_exist("/tmp"));
+  EXPECT_TRUE(ka_is_dir_exist(file));  // a plain file counts too
+  unlink(file);
+  EXPECT_FALSE(ka_is_dir_exist(file));
+  EXPECT_FALSE(ka_is_dir_exist(""));
+  EXPECT_FALSE(ka_is_dir_exist(nullptr));
+}
+
+TEST(KaGetPathName, ExpandsLeadingVariable) {
+  setenv("ZU_TEST_HOME", "/home/u", 1);
+  setenv("$ZU_TEST_DOLLAR", "/odd", 1);
+  unsetenv("ZU_TEST_NOPE");
+  struct Case {
+    const char* in;
+    const char* out;
+  };
+  const Case cases[] = {
+      {"/etc", "/etc"},
+      {"  $ZU_TEST_HOME/etc/a.ini ", "/home/u/etc/a.ini"},
+      {"\t$ZU_TEST_HOME/\r\n", "/home/u/"},
+      {"$ZU_TEST_NOPE/x", ""},
+      {"$ZU_TEST_HOME", ""},  // without a slash the name keeps its '$' and is not set
+      {"$ZU_TEST_DOLLAR", "$ZU_TEST_DOLLAR"},  // found, but there is no span to replace
+      {"a/$ZU_TEST_HOME/b", "a/$ZU_TEST_HOME/b"},
+      {"  \t ", ""},
+      {"", ""},
+      {" rel path ", "rel path"},
+      {"\v/x", "\v/x"},  // a vertical tab is not a blank
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.out, ka_get_path_name(c.in)) << c.in;
+  EXPECT_EQ("", ka_get_path_name(nullptr));
+  unsetenv("ZU_TEST_HOME");
+  unsetenv("$ZU_TEST_DOLLAR");
+}
+
+TEST(KaGetDllName, WrapsNameAndRefusesWhatDoesNotFit) {
+  EXPECT_STREQ("libabc.so", ka_get_dll_name("abc").GetBuf());
+  EXPECT_STREQ("lib.so", ka_get_dll_name("").GetBuf());
+  const std::string longest(73, 'n');
+  EXPECT_EQ("lib" + longest + ".so", std::string(ka_get_dll_name(longest.c_str()).GetBuf()));
+  const std::string tooLong(74, 'n');
+  EXPECT_EQ(0, ka_get_dll_name(tooLong.c_str()).GetLength());
+  EXPECT_EQ(0, ka_get_dll_name(std::string(5000, 'x').c_str()).GetLength());
+  EXPECT_EQ(0, ka_get_dll_name(nullptr).GetLength());
+}
