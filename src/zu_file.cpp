@@ -28,9 +28,8 @@ void ModeForFlags(int nFlags, char* mode) {
   if (nFlags & KA_FILE_BINARY) std::strcat(mode, "b");
 }
 
-// Size of an open stream from its end position; -1 when it cannot be told as an int.
-int LengthOfStream(FILE* pFile) {
-  if (std::fseek(pFile, 0, SEEK_END) != 0) return -1;
+// End offset of a stream already positioned at its end, or -1 when it does not fit an int.
+int EndOffset(FILE* pFile) {
   const long nEnd = std::ftell(pFile);
   return nEnd > INT_MAX ? -1 : static_cast<int>(nEnd);
 }
@@ -106,13 +105,14 @@ bool CKAFile::IsExist() {
 int CKAFile::GetLength() {
   if (m_pFile != nullptr) {
     const long nPos = std::ftell(m_pFile);
-    const int nLength = LengthOfStream(m_pFile);
-    if (nLength >= 0) std::fseek(m_pFile, nPos, SEEK_SET);
+    if (std::fseek(m_pFile, 0, SEEK_END) != 0) return -1;
+    const int nLength = EndOffset(m_pFile);
+    std::fseek(m_pFile, nPos, SEEK_SET);
     return nLength;
   }
   m_pFile = std::fopen(m_sFileName.GetBuf(), "r");
   if (m_pFile == nullptr) return -1;
-  const int nLength = LengthOfStream(m_pFile);
+  const int nLength = std::fseek(m_pFile, 0, SEEK_END) == 0 ? EndOffset(m_pFile) : -1;
   Close();  // also on failure: the stream pointer never outlives its fclose
   return nLength;
 }

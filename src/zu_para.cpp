@@ -18,13 +18,22 @@ bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-// True when text begins with prefix, letter case folded with toupper.
-bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
-  const char* p = prefix.GetBuf();
+// Builds the header text "[" section "]".
+void MakeHeader(CKAString& header, const char* section) {
+  header = "[";
+  header += section;
+  header += "]";
+}
+
+// True when text begins with the header text "[" name "]", letter case folded with toupper.
+// "[" is no letter, so only lines that begin with it need the case-folding comparison.
+bool BeginsWithNoCase(const char* text, const CKAString& header) {
+  if (text[0] != '[') return false;
+  const char* p = header.GetBuf();
   for (; *p != '\0'; ++p, ++text) {
     if (*text == '\0') return false;
-    if (std::toupper(static_cast<unsigned char>(*text)) !=
-        std::toupper(static_cast<unsigned char>(*p))) {
+    if (*text != *p && std::toupper(static_cast<unsigned char>(*text)) !=
+                           std::toupper(static_cast<unsigned char>(*p))) {
       return false;
     }
   }
@@ -33,12 +42,13 @@ bool BeginsWithNoCase(const char* text, const CKAString& prefix) {
 
 // True when the key of an entry line (text before its first "=", trailing white space
 // removed; a line without "=" has an empty key) equals key byte for byte. As with
-// CKAString::TrimRight, the key's first byte is never trimmed.
-bool KeyEquals(const char* text, const char* key) {
+// CKAString::TrimRight, the key's first byte is never trimmed. nKey is strlen(key).
+bool KeyEquals(const char* text, const char* key, size_t nKey) {
+  if (nKey > 0 && text[0] != key[0]) return false;  // cheap test for most lines
   const char* eq = std::strchr(text, '=');
   size_t nEnd = eq == nullptr ? 0 : static_cast<size_t>(eq - text);
   while (nEnd >= 2 && IsBlank(text[nEnd - 1])) --nEnd;
-  return std::strlen(key) == nEnd && std::memcmp(text, key, nEnd) == 0;
+  return nKey == nEnd && std::memcmp(text, key, nEnd) == 0;
 }
 
 // Removes count lines at index in one pass; the slots behind the new end keep stale copies.
@@ -127,9 +137,8 @@ bool CKAPara::DeleteAll() {
 int CKAPara::SearchLine(const char* section, const char* key) {
   int nResult = ~m_arLine.m_nCount;
   if (section == nullptr) return nResult;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
+  const size_t nKey = key == nullptr ? 0 : std::strlen(key);
   bool bInSection = false;
   for (int i = 0; i < m_arLine.m_nCount; ++i) {
     const char* text = m_arLine[i].GetBuf();
@@ -142,7 +151,7 @@ int CKAPara::SearchLine(const char* section, const char* key) {
       continue;
     }
     // A header has an empty key, so an empty key can match it before it ends the section.
-    if (key != nullptr && KeyEquals(text, key)) return i;
+    if (key != nullptr && KeyEquals(text, key, nKey)) return i;
     if (text[0] == '[') break;
   }
   return nResult;
@@ -179,9 +188,7 @@ bool CKAPara::SetValueString(int index, const char* value) {
 std::string CKAPara::GetKeyList(const char* section) {
   std::string result;
   if (section == nullptr) return result;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   bool bInSection = false;
   bool bFirst = true;
   for (int i = 0; i < m_arLine.m_nCount; ++i) {
@@ -269,9 +276,7 @@ bool CKAPara::AddValueString(const char* section, const char* key, const char* v
   if (nPos == 0 && section == nullptr) return false;
   if (nPos == 0) {
     m_arLine.AddBefore(m_arLine.m_nCount, CKAString(""));
-    m_strTemp = "[";
-    m_strTemp += section;
-    m_strTemp += "]";
+    MakeHeader(m_strTemp, section);
     m_arLine.AddBefore(m_arLine.m_nCount, m_strTemp);
   }
   m_strTemp = key;
@@ -290,9 +295,7 @@ bool CKAPara::DeleteSubKey(const char* section, const char* key) {
 
 bool CKAPara::DeleteKey(const char* section) {
   if (section == nullptr) return false;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   const int nCount = m_arLine.m_nCount;
   if (nCount == 0) return false;
   int nStart = -1;
@@ -322,9 +325,7 @@ bool CKAPara::DeleteKey(const char* section) {
 
 bool CKAPara::SetKeyList(const char* section, const char* list) {
   if (section == nullptr || list == nullptr) return false;
-  m_strTemp = "[";
-  m_strTemp += section;
-  m_strTemp += "]";
+  MakeHeader(m_strTemp, section);
   const CKAString items(list);
   int nHeader = -1;
   for (int i = 0; i < m_arLine.m_nCount && nHeader < 0; ++i) {

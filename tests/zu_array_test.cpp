@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "zu_array.h"
+#include "zu_string.h"
 
 namespace {
 
@@ -197,6 +199,49 @@ TEST(CKAArray, CopiesAreDeepAndIndependent) {
   assigned = empty;
   EXPECT_EQ(assigned.m_pData, nullptr);
   EXPECT_EQ(assigned.m_nCount, 0);
+}
+
+std::vector<std::string> Texts(const CKAArray<CKAString>& array, int count) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < count; ++i) texts.push_back(array.m_pData[i].GetBuf());
+  return texts;
+}
+
+TEST(CKAArrayOfCKAString, InsertsRemovesAndKeepsVacatedCopy) {
+  CKAArray<CKAString> lines;
+  for (const char* text : {"alpha", "beta", "gamma"}) lines.AddBefore(lines.m_nCount, text);
+  EXPECT_TRUE(lines.AddBefore(1, CKAString("inserted")));
+  EXPECT_EQ(Texts(lines, lines.m_nCount),
+            (std::vector<std::string>{"alpha", "inserted", "beta", "gamma"}));
+  EXPECT_TRUE(lines.RemoveAt(0));
+  EXPECT_EQ(Texts(lines, 4), (std::vector<std::string>{"inserted", "beta", "gamma", "gamma"}));
+  EXPECT_STREQ(lines[7].GetBuf(), "inserted");
+  EXPECT_STREQ(lines[-1].GetBuf(), "inserted");
+}
+
+TEST(CKAArrayOfCKAString, ElementOfTheSameArraySurvivesGrowthAndShift) {
+  CKAArray<CKAString> lines;
+  for (const char* text : {"a", "b", "c", "d"}) lines.AddBefore(lines.m_nCount, text);
+  ASSERT_EQ(lines.m_nSize, lines.m_nCount);
+  EXPECT_TRUE(lines.AddBefore(0, lines[3]));
+  EXPECT_TRUE(lines.AddBefore(2, lines[2]));  // the source slot itself is shifted
+  EXPECT_EQ(Texts(lines, lines.m_nCount), (std::vector<std::string>{"d", "a", "b", "b", "c", "d"}));
+}
+
+TEST(CKAArrayOfCKAString, ResizingAndCopyingKeepTexts) {
+  CKAArray<CKAString> lines;
+  for (const char* text : {"one", "two", "three"}) lines.AddBefore(lines.m_nCount, text);
+  lines.AddSize(20);
+  EXPECT_EQ(Texts(lines, 3), (std::vector<std::string>{"one", "two", "three"}));
+  CKAArray<CKAString> copy(lines);
+  copy[0] = "changed";
+  EXPECT_STREQ(lines[0].GetBuf(), "one");
+  lines = copy;
+  EXPECT_STREQ(lines[0].GetBuf(), "changed");
+  lines.AddSize(2 - lines.m_nSize);
+  EXPECT_EQ(Texts(lines, lines.m_nCount), (std::vector<std::string>{"changed", "two"}));
+  CKAArray<CKAString> none;
+  EXPECT_STREQ(none[0].GetBuf(), "");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "zu_dict.h"
+#include "zu_string.h"
 
 namespace {
 
@@ -188,6 +189,18 @@ TEST(CKADictSNode, AssignmentCopiesKeyIntoFreshBuffer) {
   EXPECT_NE(b.m_pKey, a.m_pKey);
   EXPECT_STREQ(a.m_pKey, "KEY");
   EXPECT_EQ(b.m_Value, 1);
+}
+
+TEST(CKADict, HoldsCKAStringValues) {
+  CKADict<CKAString> dict(4);
+  for (int i = 0; i < 12; ++i)
+    ASSERT_TRUE(dict.Add(("key" + std::to_string(i)).c_str(), CKAString('x', i + 1)));
+  CKADict<CKAString> copy(dict);
+  CKAString value("untouched");
+  EXPECT_TRUE(copy.Find("key4", value));
+  EXPECT_STREQ(value.GetBuf(), "xxxxx");
+  EXPECT_FALSE(copy.Find("key12", value));
+  EXPECT_STREQ(value.GetBuf(), "xxxxx");
 }
 
 }  // namespace
