@@ -123,6 +123,9 @@ class EndlessThread : public CKAThread {
 }  // namespace
 
 TEST(CKAThread, ExitCancelsAndLeavesTheMarkSet) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer misreads a stack unwound by thread cancellation";
+#endif
   static EndlessThread thread;  // outlives the cancelled thread's unwinding
   ASSERT_TRUE(thread.Start(nullptr));
   ASSERT_TRUE(Eventually([&] { return thread.m_entered.load(); }));
