@@ -24,8 +24,10 @@ struct SKASocketPrivate {
 
 class CKATcpClient;
 
-// Listening TCP socket on all interfaces. Descriptor 0 counts as invalid throughout.
-// The destructor frees the record only: call Close() first. Not copyable.
+// Listening TCP socket on all interfaces. Descriptor 0 counts as invalid throughout: it is
+// never used, and a 0 from socket() is given back at once. A failed Open that closes its
+// socket leaves the object holding none (-1). The destructor frees the record only: call
+// Close() first. Not copyable.
 class ZUSTD_API CKATcpServer {
  public:
   CKATcpServer();
@@ -54,7 +56,8 @@ class ZUSTD_API CKATcpServer {
 };
 
 // Connected TCP socket. Results of Connect/ReadAll/WriteAll: 0 success, -1 bad argument or
-// socket error, -2 time-out elapsed, -3 nothing moved and the time-out was 0.
+// socket error, -2 time-out elapsed, -3 nothing moved and the time-out was 0. Time-outs bound
+// the waiting only of a non-blocking socket: a blocking one waits inside recv/send/connect.
 // The destructor frees the record only: call Close() first. Not copyable.
 class ZUSTD_API CKATcpClient {
  public:
@@ -76,8 +79,9 @@ class ZUSTD_API CKATcpClient {
   // changes nothing; a non-blocking socket never becomes blocking again (deliberate).
   bool SetBlockMode(bool bBlock);
   // Connects to szIP:nPort (host order). nTimeout (ms) must be > 0; it bounds the wait of a
-  // non-blocking socket, whose call may return 0 while the handshake is still under way
-  // (EALREADY and EINVAL count as success, deliberately). An unparsable address gives -1.
+  // non-blocking socket (a blocking one waits as long as connect does), whose call may return 0
+  // while the handshake is still under way (EALREADY and EINVAL count as success, deliberately). An
+  // unparsable address gives -1.
   int Connect(const char* szIP, unsigned short nPort, int nTimeout);
   // Receives exactly nLen bytes into pBuf. When no data is waiting: -3 if nTimeout is 0,
   // else -2 once nTimeout ms have passed since the call began. A peer that has closed counts
