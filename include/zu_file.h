@@ -46,9 +46,10 @@ class ZUSTD_API CKAFile {
 
   // Opens the named file with the mode chosen from nFlags: READ alone "r", WRITE alone "w";
   // both or neither "r+", with CREATE "a+", with CREATE|TRUNCATE "w+"; BINARY appends "b".
-  // True when fopen gave a stream. An already open stream is not closed (the caller closes).
+  // True when fopen gave a stream. A stream still open is closed first rather than lost.
   bool Open(int nFlags);
-  // fopen with the caller's mode text; true when a stream came back. A null mode: false.
+  // fopen with the caller's mode text; true when a stream came back. A stream still open
+  // is closed first. A null mode returns false and leaves the stream alone.
   bool Open(const char* szMode);
   // Bytes read by fread into pBuf, at most nLen; -1 with no stream, a null pBuf or a
   // negative nLen.

@@ -17,8 +17,7 @@
 
 // A parameter file and its lines in memory. Section names are matched without regard to
 // letter case, keys exactly. Lines of 1023 bytes or more load as several lines of at most
-// 1023 bytes each (a deliberate limit). Loading and writing first close a stream that a
-// caller left open on the CKAFile base, rather than losing it. Not copyable.
+// 1023 bytes each (a deliberate limit). Not copyable.
 class ZUSTD_API CKAPara : public CKAFile {
  public:
   // No file name, no lines, not loaded.

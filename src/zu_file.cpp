@@ -67,6 +67,7 @@ bool CKAFile::Open(int nFlags) {
 
 bool CKAFile::Open(const char* szMode) {
   if (szMode == nullptr) return false;
+  Close();  // a stream still open is closed rather than lost
   m_pFile = std::fopen(m_sFileName.GetBuf(), szMode);
   return m_pFile != nullptr;
 }

@@ -98,7 +98,6 @@ CKAPara::~CKAPara() = default;
 
 bool CKAPara::SetFileName(const char* name) {
   if (name == nullptr) return false;
-  Close();
   CKAFile::SetFileName(name);
   if (!Open("r") || GetLength() < 1) {
     Close();
@@ -117,7 +116,6 @@ bool CKAPara::SetFileName(const char* name) {
 }
 
 bool CKAPara::WriteToFile() {
-  Close();
   if (!Open("w+")) return false;
   SeekToBegin();
   for (int i = 0; i < m_arLine.m_nCount; ++i) WriteLine(m_arLine[i].GetBuf());
@@ -127,7 +125,6 @@ bool CKAPara::WriteToFile() {
 
 bool CKAPara::DeleteAll() {
   if (!m_bLoaded) return false;
-  Close();
   Open("w+");  // the result is true even when the file could not be emptied
   Close();
   m_arLine.m_nCount = 0;

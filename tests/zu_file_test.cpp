@@ -278,6 +278,20 @@ TEST_F(FileTest, DestructorClosesTheStream) {
   EXPECT_EQ(OpenDescriptors(), nBefore);
 }
 
+TEST_F(FileTest, SecondOpenClosesTheFirstStream) {
+  const std::string path = Path("twice");
+  const int nBefore = OpenDescriptors();
+  CKAFile file(path.c_str());
+  ASSERT_TRUE(file.Open(KA_FILE_WRITE));
+  file.WriteLine("first");
+  ASSERT_TRUE(file.Open(KA_FILE_CREATE));
+  EXPECT_EQ(OpenDescriptors(), nBefore + 1);
+  EXPECT_EQ(Get(path), "first\n");  // flushed by the close
+  file.WriteLine("second");
+  file.Close();
+  EXPECT_EQ(Get(path), "first\nsecond\n");
+}
+
 TEST(CKAFileDeathTest, NullFileNameFailsTheAssertion) {
   CKAFile file;
   EXPECT_DEATH(file.SetFileName(nullptr),
