@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <map>
 #include <new>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -189,9 +190,14 @@ class TableReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
+    // The median of repeated runs when --benchmark_repetitions is given, else the one run.
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration)
-        times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      const std::string name = run.run_name.str();
+      if (median || (run.run_type == Run::RT_Iteration && !medians_.count(name))) {
+        times_[name] = run.GetAdjustedCPUTime();
+        if (median) medians_.insert(name);
+      }
     }
   }
 
@@ -202,6 +208,7 @@ class TableReporter : public benchmark::ConsoleReporter {
 
  private:
   std::map<std::string, double> times_;
+  std::set<std::string> medians_;
 };
 
 void PrintTable(const TableReporter& r, const char* title, const char* ours, const char* theirs) {

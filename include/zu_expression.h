@@ -17,7 +17,9 @@
 // Formula evaluator. Typical use: Analysis(text) until it returns 1; SetVarValue for each
 // variable (by name, or by number 1 .. GetVarCount()); Evaluate; repeat setting and evaluating.
 // The data members are public and their order is part of the binary interface; applications
-// read the postfix tokens in m_arPolish.
+// read the postfix tokens in m_arPolish. Analysis also keeps a compiled form of the formula in
+// the spare slots of m_arVarOperand behind its m_nCount variables; Evaluate uses it only while
+// m_arPolish is unchanged, so tokens edited in place are still evaluated as they stand.
 // Not copyable: copy construction and assignment are deleted.
 class ZUSTD_API CKAExpression {
  public:

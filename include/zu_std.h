@@ -23,6 +23,26 @@ ZUSTD_API void ka_tolower(char* s);
 
 // ---- Base64 ----
 
+// Base64 of RFC 4648: standard alphabet, '=' padding, no line breaks. The operations use no
+// object state, so any instance (even a temporary) serves; both are re-entrant. Copyable.
+class ZUSTD_API CZUBase64 {
+ public:
+  // The 64-character alphabet "A-Za-z0-9+/", statically initialised.
+  static const char* base64char;
+
+  // Writes the 4 * ceil(len / 3) characters of the len bytes at in, then a NUL; out must
+  // hold that many plus one. A len below 1 or a null in writes only the NUL. Returns out
+  // (null for a null out, nothing written).
+  char* base64_encode(const unsigned char* in, char* out, int len);
+  // Decodes the NUL-terminated text in into out (3 bytes per 4 characters) and returns the
+  // number of bytes written; 0 for an empty or null text or a null out. Nothing is
+  // validated: a byte outside the alphabet counts as all six bits set. Decoding stops at the
+  // first group whose third or fourth character is '='. A last group cut short by the
+  // terminator is decoded as if padded: 2 or 3 characters give 1 or 2 bytes, a lone
+  // character gives nothing; nothing past the terminator is read.
+  int base64_decode(const char* in, unsigned char* out);
+};
+
 //
 //
 //

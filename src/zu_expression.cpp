@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 namespace {
 
@@ -112,14 +113,9 @@ constexpr int s_arPriority[kClasses * kClasses] = {
     -2, -1, -1, -1, -1, -2, -1, -1, 0,   // 8 end marker
 };
 
-constexpr int kMaxVariables = 65;        // the 66th is refused
-constexpr int kMaxGeneratedNames = 66;   // A1 .. A66 already force that refusal
-constexpr int kMaxCachedNumbers = 1024;  // numbers converted at Analysis time
-
-// A cached number sits in a spare slot of the variable table behind the variables: its first
-// 8 name bytes are the token text, the next 8 this marker, so no variable record is taken
-// for a cached number.
-constexpr char kNumberMark[8] = {'\x01', '#', 'n', 'u', 'm', '\x01', '\0', '\0'};
+constexpr int kMaxVariables = 65;       // the 66th is refused
+constexpr int kMaxGeneratedNames = 66;  // A1 .. A66 already force that refusal
+constexpr int kStackSize = 128;         // values one evaluation holds at most
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t';
@@ -214,18 +210,6 @@ double ConvertNumber(const char (&name)[8]) {
   return c_locale ? strtod_l(text, nullptr, c_locale) : std::strtod(text, nullptr);
 }
 
-bool IsCachedNumber(const SVarOperand& slot, const SToken& tok) {
-  return std::memcmp(slot.m_szName, tok.m_szName, 8) == 0 &&
-         std::memcmp(slot.m_szName + 8, kNumberMark, 8) == 0;
-}
-
-void CacheNumber(SVarOperand& slot, const SToken& tok) {
-  std::memset(slot.m_szName, 0, sizeof(slot.m_szName));
-  std::memcpy(slot.m_szName, tok.m_szName, 8);
-  std::memcpy(slot.m_szName + 8, kNumberMark, 8);
-  slot.m_dValue = ConvertNumber(tok.m_szName);
-}
-
 // ---- Evaluation ----
 
 // Conversion to a signed 32-bit integer rounding toward zero; values outside the range
@@ -270,225 +254,486 @@ double Truth(bool b) {
   return b ? 1.0 : 0.0;
 }
 
-// What one evaluation reads besides the tokens: the variable values and the numbers
-// converted at Analysis time.
-struct Operands {
-  const SVarOperand* vars;
-  int var_count;
-  const SVarOperand* cache;
-  int cache_count;
-};
+// ---- Operations, shared by evaluation and constant folding ----
 
-[[gnu::noinline]] double ConvertUncached(const SToken& tok) {
-  return ConvertNumber(tok.m_szName);
+bool IsUnaryCode(int code) {
+  return code == kNegate || code == kNot || (code >= kDegToRad && code <= kAbs) || code == kLog ||
+         code == kLn || code == kExp;
 }
 
-// Runs the postfix tokens on a 128-value stack whose top value is held apart (in a register),
-// so that each result feeds the next operation without a round trip through memory. A push
-// onto the full stack is lost and a pop from the empty stack leaves its target unchanged;
-// neither is reported. Arity checks use the operand counter, not the stack. Every operation
-// pops into the work value (the second of two operands) and the operand value (the first).
-// One function with plain locals keeps all of this state in registers.
-int RunPolish(const SToken* tok, const SToken* end, const Operands& in, double& result) {
-  double below[129];  // stack element k - 1 at index k; index 0 is never a value
-  double top = 0.0;
-  int size = 0;
+bool IsBinaryCode(int code) {
+  return (code >= kAdd && code <= kOr) || (code >= kGreater && code <= kNotEqual) ||
+         code == kCabs || code == kCosPhi;
+}
+
+bool IsListCode(int code) {
+  return code == kSum || code == kAverage || code == kMaximum || code == kMinimum;
+}
+
+// ASIN and ACOS fail with -1 outside [-1, 1]; SQRT, LOG and LN fail with -2 below 0.
+int CheckDomain(int code, double x) {
+  if (code == kAsin || code == kAcos) return (x < -1.0 || x > 1.0) ? -1 : 1;
+  if (code == kSqrt || code == kLog || code == kLn) return x < 0.0 ? -2 : 1;
+  return 1;
+}
+
+bool CanFail(int code) {
+  return code == kAsin || code == kAcos || code == kSqrt || code == kLog || code == kLn;
+}
+
+double ApplyUnary(int code, double x) {
+  switch (code) {
+    case kNegate:
+      return -x;
+    case kNot:
+      return Truth(Trunc(x) == 0);
+    case kDegToRad:
+      return x * 0.017453292519944444;  // 3.14159265359 / 180
+    case kRadToDeg:
+      return x * 57.29577951307855;  // 180 / 3.14159265359
+    case kSqrt:
+      return std::sqrt(x);
+    case kSin:
+      return std::sin(x);
+    case kCos:
+      return std::cos(x);
+    case kTan:
+      return std::tan(x);
+    case kAsin:
+      return std::asin(x);
+    case kAcos:
+      return std::acos(x);
+    case kAtan:
+      return std::atan(x);
+    case kAbs:  // one operand, whatever argument count the token carries
+      return std::fabs(x);
+    case kLog:  // natural logarithm: LOG and LN are deliberately swapped
+      return std::log(x);
+    case kLn:  // base-10 logarithm
+      return std::log10(x);
+    default:  // EXP: one operand, although the keyword carries 2
+      return std::exp(x);
+  }
+}
+
+// a is the operand written first, b the one written second.
+double ApplyBinary(int code, double a, double b) {
+  switch (code) {
+    case kAdd:
+      return a + b;
+    case kSubtract:
+      return a - b;
+    case kMultiply:
+      return a * b;
+    case kDivide:
+      return Divide(a, b);
+    case kPower:
+      return std::pow(a, b);
+    case kQuotient:
+      return Quotient(a, b);
+    case kRemainder:
+      return Remainder(a, b);
+    case kAnd:
+      return Truth(Trunc(a) != 0 && Trunc(b) != 0);
+    case kOr:
+      return Truth(Trunc(a) != 0 || Trunc(b) != 0);
+    case kGreater:
+      return Truth(a > b);
+    case kGreaterEqual:
+      return Truth(a >= b);
+    case kLess:
+      return Truth(a < b);
+    case kLessEqual:
+      return Truth(a <= b);
+    case kNotEqual:
+      return Truth(!(a == b));
+    case kCabs:
+      return std::sqrt(b * b + a * a);
+    default:
+      return CosPhi(a, b);
+  }
+}
+
+// One more argument of SUM, AVE, MAX or MIN: MAX and MIN replace the accumulator only by a
+// strictly greater or smaller value.
+double Accumulate(int code, double acc, double value) {
+  if (code == kMaximum) return value > acc ? value : acc;
+  if (code == kMinimum) return value < acc ? value : acc;
+  return acc + value;
+}
+
+double FinishList(int code, double acc, int n) {
+  if (code != kAverage) return acc;
+  return n > 0 ? acc / n : 0.0;
+}
+
+// ---- Evaluation straight from the postfix tokens ----
+
+// The 128-value stack of one evaluation. A push onto the full stack is lost and a pop from
+// the empty stack leaves its target unchanged; neither is reported.
+class ValueStack {
+ public:
+  void Push(double v) {
+    if (m_count < kStackSize) m_values[m_count++] = v;
+  }
+  void Pop(double& v) {
+    if (m_count > 0) v = m_values[--m_count];
+  }
+
+ private:
+  double m_values[kStackSize];
+  int m_count = 0;
+};
+
+// Evaluates the tokens one by one. Arity checks use the operand counter, not the stack, so
+// values lost to a full stack show as wrong results, not as errors. Every operation pops into
+// the work value (the second of two operands) and the operand value (the first); a pop from
+// the empty stack leaves them as the previous operation left them.
+[[gnu::noinline]] int RunPolish(const SToken* tokens, int count, const SVarOperand* vars,
+                                int var_count, double& result) {
+  ValueStack stack;
   int produced = 0;
-  int numbers = 0;
   double work = 0.0;
   double operand = 0.0;
-
-  auto push = [&](double v) {
-    if (size >= 128) return;
-    below[size++] = top;
-    top = v;
-  };
-  auto pop = [&](double& v) {
-    if (size < 1) return;
-    v = top;
-    top = below[--size];
-  };
-  auto unary = [&](auto f) {
-    if (produced < 1) return false;
-    if (size > 0) {
-      work = top;
-      top = f(work);
+  for (const SToken* tok = tokens; tok != tokens + count; ++tok) {
+    const int code = tok->m_nType;
+    if (code == kNumber) {
+      stack.Push(ConvertNumber(tok->m_szName));
+      ++produced;
+    } else if (code == kVariable) {
+      const unsigned index = static_cast<unsigned>(tok->m_nParam) - 1u;
+      if (index >= static_cast<unsigned>(var_count)) return -1;
+      stack.Push(vars[index].m_dValue);
+      ++produced;
+    } else if (IsUnaryCode(code)) {
+      if (produced < 1) return -1;
+      stack.Pop(work);
+      const int rc = CheckDomain(code, work);
+      if (rc != 1) return rc;
+      stack.Push(ApplyUnary(code, work));
+    } else if (IsBinaryCode(code)) {
+      if (produced < 2) return -1;
+      stack.Pop(work);
+      stack.Pop(operand);
+      stack.Push(ApplyBinary(code, operand, work));
+      --produced;
+    } else if (IsListCode(code)) {
+      const int n = tok->m_nParam;
+      if (n > produced) return -1;
+      stack.Pop(work);  // the accumulator starts with the last argument
+      for (int i = 1; i < n; ++i) {
+        stack.Pop(operand);
+        work = Accumulate(code, work, operand);
+      }
+      work = FinishList(code, work, n);
+      produced = static_cast<int>(std::min<long long>(1LL + produced - n, INT_MAX));
+      stack.Push(work);
     } else {
-      push(f(work));
+      return -1;  // brackets, commas, the end marker and unknown codes are not evaluable
     }
-    return true;
-  };
-  auto binary = [&](auto f) {
-    if (produced < 2) return false;
-    --produced;
-    if (size > 1) {
-      work = top;
-      operand = below[--size];
-      top = f(operand, work);
-    } else {
-      pop(work);
-      pop(operand);
-      push(f(operand, work));
-    }
-    return true;
-  };
-  // ASIN and ACOS fail with -1 outside [-1, 1]; SQRT, LOG and LN fail with -2 below 0.
-  auto checked = [&](int code, auto f) {
-    if (produced < 1) return -1;
-    pop(work);
-    if (code == kAsin || code == kAcos) {
-      if (work < -1.0 || work > 1.0) return -1;
-    } else if (work < 0.0) {
-      return -2;
-    }
-    push(f(work));
-    return 1;
-  };
-  // SUM, AVE, MAX, MIN over the last n operands; the accumulator starts with the last one.
-  auto list = [&](int code, int n) {
-    if (n > produced) return false;
-    pop(work);
-    for (int i = 1; i < n; ++i) {
-      pop(operand);
-      if (code == kMaximum) {
-        if (operand > work) work = operand;
-      } else if (code == kMinimum) {
-        if (operand < work) work = operand;
-      } else {
-        work += operand;
-      }
-    }
-    if (code == kAverage) work = n > 0 ? work / n : 0.0;
-    produced = static_cast<int>(std::min<long long>(1LL + produced - n, INT_MAX));
-    push(work);
-    return true;
-  };
-
-  for (; tok != end; ++tok) {
-    bool ok = true;
-    int rc = 1;
-    switch (tok->m_nType) {
-      case kNumber: {
-        const int k = numbers++;
-        const bool cached = k < in.cache_count && IsCachedNumber(in.cache[k], *tok);
-        push(cached ? in.cache[k].m_dValue : ConvertUncached(*tok));
-        ++produced;
-        break;
-      }
-      case kVariable: {
-        const unsigned index = static_cast<unsigned>(tok->m_nParam) - 1u;
-        if (index >= static_cast<unsigned>(in.var_count)) return -1;
-        push(in.vars[index].m_dValue);
-        ++produced;
-        break;
-      }
-      case kNegate:
-        ok = unary([](double x) { return -x; });
-        break;
-      case kAdd:
-        ok = binary([](double a, double b) { return a + b; });
-        break;
-      case kSubtract:
-        ok = binary([](double a, double b) { return a - b; });
-        break;
-      case kMultiply:
-        ok = binary([](double a, double b) { return a * b; });
-        break;
-      case kDivide:
-        ok = binary(Divide);
-        break;
-      case kPower:
-        ok = binary([](double a, double b) { return std::pow(a, b); });
-        break;
-      case kQuotient:
-        ok = binary(Quotient);
-        break;
-      case kRemainder:
-        ok = binary(Remainder);
-        break;
-      case kAnd:
-        ok = binary([](double a, double b) { return Truth(Trunc(a) != 0 && Trunc(b) != 0); });
-        break;
-      case kOr:
-        ok = binary([](double a, double b) { return Truth(Trunc(a) != 0 || Trunc(b) != 0); });
-        break;
-      case kNot:
-        ok = unary([](double x) { return Truth(Trunc(x) == 0); });
-        break;
-      case kGreater:
-        ok = binary([](double a, double b) { return Truth(a > b); });
-        break;
-      case kGreaterEqual:
-        ok = binary([](double a, double b) { return Truth(a >= b); });
-        break;
-      case kLess:
-        ok = binary([](double a, double b) { return Truth(a < b); });
-        break;
-      case kLessEqual:
-        ok = binary([](double a, double b) { return Truth(a <= b); });
-        break;
-      case kNotEqual:
-        ok = binary([](double a, double b) { return Truth(!(a == b)); });
-        break;
-      case kSum:
-      case kAverage:
-      case kMaximum:
-      case kMinimum:
-        ok = list(tok->m_nType, tok->m_nParam);
-        break;
-      case kDegToRad:
-        ok = unary([](double x) { return x * 0.017453292519944444; });  // 3.14159265359/180
-        break;
-      case kRadToDeg:
-        ok = unary([](double x) { return x * 57.29577951307855; });  // 180/3.14159265359
-        break;
-      case kSqrt:
-        rc = checked(kSqrt, [](double x) { return std::sqrt(x); });
-        break;
-      case kSin:
-        ok = unary([](double x) { return std::sin(x); });
-        break;
-      case kCos:
-        ok = unary([](double x) { return std::cos(x); });
-        break;
-      case kTan:
-        ok = unary([](double x) { return std::tan(x); });
-        break;
-      case kAsin:
-        rc = checked(kAsin, [](double x) { return std::asin(x); });
-        break;
-      case kAcos:
-        rc = checked(kAcos, [](double x) { return std::acos(x); });
-        break;
-      case kAtan:
-        ok = unary([](double x) { return std::atan(x); });
-        break;
-      case kAbs:  // one operand, whatever argument count the token carries
-        ok = unary([](double x) { return std::fabs(x); });
-        break;
-      case kCabs:
-        ok = binary([](double a, double b) { return std::sqrt(b * b + a * a); });
-        break;
-      case kCosPhi:
-        ok = binary(CosPhi);
-        break;
-      case kLog:  // natural logarithm: LOG and LN are deliberately swapped
-        rc = checked(kLog, [](double x) { return std::log(x); });
-        break;
-      case kLn:  // base-10 logarithm
-        rc = checked(kLn, [](double x) { return std::log10(x); });
-        break;
-      case kExp:  // one operand, although the keyword carries 2
-        ok = unary([](double x) { return std::exp(x); });
-        break;
-      default:  // brackets, commas, the end marker and unknown codes are not evaluable
-        return -1;
-    }
-    if (!ok) return -1;
-    if (rc != 1) return rc;
   }
   if (produced != 1) return -1;
-  pop(result);
+  stack.Pop(result);
+  return 1;
+}
+
+// ---- Compiled form ----
+//
+// Analysis compiles a formula whose stack use is regular: every operator finds its operands,
+// at most 128 values are pending, one value is left at the end, every argument count is at
+// least 1 and every variable is registered. For such a formula the stack always holds exactly
+// the values the operand counter counts, so the checks of RunPolish can never fire and are
+// left out. Constant sub-expressions are folded with the very operations evaluation would
+// perform (operations that can fail are never folded), and an operator whose second operand
+// is a number or a variable takes it directly. Numbers are converted once, here.
+//
+// The program is kept in spare slots of the variable table behind the variables (so the
+// object's layout is untouched): a header, a copy of the postfix tokens it was made from,
+// then one instruction per slot. Evaluate runs it only while m_arPolish still equals that
+// copy and the variable count is unchanged; otherwise it evaluates the tokens themselves.
+
+enum Op : int {
+  kOpConst,
+  kOpVar,
+  kOpAdd,  // kOpAdd .. kOpDiv, kOpAddC .. kOpDivC, kOpAddV .. kOpDivV: + - * / in this order
+  kOpSub,
+  kOpMul,
+  kOpDiv,
+  kOpAddC,
+  kOpSubC,
+  kOpMulC,
+  kOpDivC,
+  kOpAddV,
+  kOpSubV,
+  kOpMulV,
+  kOpDivV,
+  kOpBinary,
+  kOpBinaryC,
+  kOpBinaryV,
+  kOpUnary,
+  kOpList,
+};
+
+struct Instr {
+  int op;
+  int arg;   // variable index, or the argument count of kOpList
+  int code;  // token code of the generic operations
+  double value;
+};
+
+constexpr int kMaxCompiledTokens = 4096;
+constexpr char kProgramMark[8] = {'\x01', 'Z', 'U', 'P', 'R', 'O', 'G', '\x01'};
+
+// Offset of "+", "-", "*", "/" among the specialised operations, -1 for other codes.
+int FastOffset(int code) {
+  return (code >= kAdd && code <= kDivide) ? code - kAdd : -1;
+}
+
+class Compiler {
+ public:
+  // False when the tokens are not regular or name an unregistered variable.
+  bool Compile(const SToken* tokens, int count, int var_count) {
+    int produced = 0;
+    for (const SToken* tok = tokens; tok != tokens + count; ++tok) {
+      const int code = tok->m_nType;
+      if (code == kNumber) {
+        m_code.push_back({kOpConst, 0, 0, ConvertNumber(tok->m_szName)});
+        ++produced;
+      } else if (code == kVariable) {
+        const unsigned index = static_cast<unsigned>(tok->m_nParam) - 1u;
+        if (index >= static_cast<unsigned>(var_count)) return false;
+        m_code.push_back({kOpVar, static_cast<int>(index), 0, 0.0});
+        ++produced;
+      } else if (IsUnaryCode(code) && produced >= 1) {
+        Unary(code);
+      } else if (IsBinaryCode(code) && produced >= 2) {
+        Binary(code);
+        --produced;
+      } else if (IsListCode(code) && tok->m_nParam >= 1 && tok->m_nParam <= produced) {
+        m_code.push_back({kOpList, tok->m_nParam, code, 0.0});
+        produced -= tok->m_nParam - 1;
+      } else {
+        return false;
+      }
+      if (produced > kStackSize) return false;
+    }
+    return produced == 1;
+  }
+
+  const std::vector<Instr>& Code() const { return m_code; }
+
+ private:
+  bool LastIs(int op, size_t back = 1) const {
+    return m_code.size() >= back && m_code[m_code.size() - back].op == op;
+  }
+
+  void Unary(int code) {
+    if (LastIs(kOpConst) && !CanFail(code)) {
+      m_code.back().value = ApplyUnary(code, m_code.back().value);
+    } else {
+      m_code.push_back({kOpUnary, 0, code, 0.0});
+    }
+  }
+
+  void Binary(int code) {
+    const int fast = FastOffset(code);
+    if (LastIs(kOpConst) && LastIs(kOpConst, 2)) {
+      const double b = m_code.back().value;
+      m_code.pop_back();
+      m_code.back().value = ApplyBinary(code, m_code.back().value, b);
+    } else if (LastIs(kOpConst)) {
+      m_code.back().op = fast >= 0 ? kOpAddC + fast : kOpBinaryC;
+      m_code.back().code = code;
+    } else if (LastIs(kOpVar)) {
+      m_code.back().op = fast >= 0 ? kOpAddV + fast : kOpBinaryV;
+      m_code.back().code = code;
+    } else {
+      m_code.push_back({fast >= 0 ? kOpAdd + fast : kOpBinary, 0, code, 0.0});
+    }
+  }
+
+  std::vector<Instr> m_code;
+};
+
+void StoreInstr(SVarOperand& slot, const Instr& in) {
+  std::memset(slot.m_szName, 0, sizeof(slot.m_szName));
+  std::memcpy(slot.m_szName, &in.op, sizeof(int));
+  std::memcpy(slot.m_szName + 4, &in.arg, sizeof(int));
+  std::memcpy(slot.m_szName + 8, &in.code, sizeof(int));
+  slot.m_dValue = in.value;
+}
+
+Instr LoadInstr(const SVarOperand& slot) {
+  Instr in;
+  std::memcpy(&in.op, slot.m_szName, sizeof(int));
+  std::memcpy(&in.arg, slot.m_szName + 4, sizeof(int));
+  std::memcpy(&in.code, slot.m_szName + 8, sizeof(int));
+  in.value = slot.m_dValue;
+  return in;
+}
+
+struct ProgramHeader {
+  int tokens;
+  int instructions;
+  int vars;
+};
+
+int TokenCopySlots(int tokens) {
+  return (tokens + 1) / 2;  // two 20-byte tokens fill one 40-byte slot
+}
+
+// Compiles polish, when it is regular, into the spare slots of table behind its variables.
+void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) {
+  const int base = table.m_nCount;
+  if (base < table.m_nSize) std::memset(table.m_pData[base].m_szName, 0, 8);  // an older mark
+  const int count = polish.m_nCount;
+  Compiler compiler;
+  if (count < 1 || count > kMaxCompiledTokens || !compiler.Compile(polish.m_pData, count, base)) {
+    return;
+  }
+  const ProgramHeader header = {count, static_cast<int>(compiler.Code().size()), base};
+  const int copy = TokenCopySlots(count);
+  const int needed = base + 1 + copy + header.instructions;
+  if (needed > table.m_nSize) table.AddSize(needed - table.m_nSize);
+  SVarOperand* slot = table.m_pData + base;
+  std::memset(static_cast<void*>(slot), 0, (1 + copy) * sizeof(SVarOperand));
+  std::memcpy(slot->m_szName, kProgramMark, sizeof(kProgramMark));
+  std::memcpy(slot->m_szName + 8, &header, sizeof(header));
+  std::memcpy(static_cast<void*>(slot + 1), polish.m_pData, count * sizeof(SToken));
+  for (int i = 0; i < header.instructions; ++i) StoreInstr(slot[1 + copy + i], compiler.Code()[i]);
+}
+
+// memcmp(a, b, size) == 0 without early exits: for the few hundred bytes of a formula one
+// branch-free pass (vectorised by the compiler) is cheaper than the library call.
+bool SameBytes(const void* a, const void* b, size_t size) {
+  const unsigned char* p = static_cast<const unsigned char*>(a);
+  const unsigned char* q = static_cast<const unsigned char*>(b);
+  std::uint64_t diff = 0;
+  size_t i = 0;
+  for (; i + 8 <= size; i += 8) {
+    std::uint64_t x;
+    std::uint64_t y;
+    std::memcpy(&x, p + i, 8);
+    std::memcpy(&y, q + i, 8);
+    diff |= x ^ y;
+  }
+  if (i + 4 <= size) {  // a token is 20 bytes: whole words of 4 bytes at the end
+    std::uint32_t x;
+    std::uint32_t y;
+    std::memcpy(&x, p + i, 4);
+    std::memcpy(&y, q + i, 4);
+    diff |= x ^ y;
+    i += 4;
+  }
+  for (; i < size; ++i) diff |= p[i] ^ q[i];
+  return diff == 0;
+}
+
+// The instructions compiled from polish as it stands, or null (their number in *size).
+[[gnu::always_inline]] inline const SVarOperand* FindProgram(const CKAArray<SToken>& polish,
+                                                             const CKAArray<SVarOperand>& table,
+                                                             int* size) {
+  const int base = table.m_nCount;
+  if (base < 0 || base >= table.m_nSize || !table.m_pData) return nullptr;
+  const SVarOperand* slot = table.m_pData + base;
+  if (std::memcmp(slot->m_szName, kProgramMark, sizeof(kProgramMark)) != 0) return nullptr;
+  ProgramHeader header;
+  std::memcpy(&header, slot->m_szName + 8, sizeof(header));
+  if (header.tokens != polish.m_nCount || header.tokens < 1 || header.tokens > kMaxCompiledTokens ||
+      header.vars != base || header.instructions < 1 ||
+      header.instructions > table.m_nSize - base - 1 - TokenCopySlots(header.tokens)) {
+    return nullptr;
+  }
+  if (!SameBytes(polish.m_pData, slot + 1, header.tokens * sizeof(SToken))) return nullptr;
+  *size = header.instructions;
+  return slot + 1 + TokenCopySlots(header.tokens);
+}
+
+// SUM, AVE, MAX, MIN over the n top values (element k - 1 of the stack at below[k]).
+double RunList(int code, int n, double top, const double* below, int size) {
+  double acc = top;
+  for (int i = 1; i < n; ++i) acc = Accumulate(code, acc, below[size - i]);
+  return FinishList(code, acc, n);
+}
+
+// Runs a compiled program. The top value is held apart (in a register), so that each result
+// feeds the next operation without a round trip through memory; below[k] holds element k - 1.
+[[gnu::always_inline]] inline int RunProgram(const SVarOperand* code, int size,
+                                             const SVarOperand* vars, double& result) {
+  double below[kStackSize + 1];
+  double top = 0.0;
+  int depth = 0;
+  for (const SVarOperand* slot = code; slot != code + size; ++slot) {
+    const Instr in = LoadInstr(*slot);
+    switch (in.op) {
+      case kOpConst:
+        below[depth++] = top;
+        top = in.value;
+        break;
+      case kOpVar:
+        below[depth++] = top;
+        top = vars[in.arg].m_dValue;
+        break;
+      case kOpAdd:
+        top = below[--depth] + top;
+        break;
+      case kOpSub:
+        top = below[--depth] - top;
+        break;
+      case kOpMul:
+        top = below[--depth] * top;
+        break;
+      case kOpDiv:
+        top = Divide(below[--depth], top);
+        break;
+      case kOpAddC:
+        top = top + in.value;
+        break;
+      case kOpSubC:
+        top = top - in.value;
+        break;
+      case kOpMulC:
+        top = top * in.value;
+        break;
+      case kOpDivC:
+        top = Divide(top, in.value);
+        break;
+      case kOpAddV:
+        top = top + vars[in.arg].m_dValue;
+        break;
+      case kOpSubV:
+        top = top - vars[in.arg].m_dValue;
+        break;
+      case kOpMulV:
+        top = top * vars[in.arg].m_dValue;
+        break;
+      case kOpDivV:
+        top = Divide(top, vars[in.arg].m_dValue);
+        break;
+      case kOpBinary:
+        top = ApplyBinary(in.code, below[--depth], top);
+        break;
+      case kOpBinaryC:
+        top = ApplyBinary(in.code, top, in.value);
+        break;
+      case kOpBinaryV:
+        top = ApplyBinary(in.code, top, vars[in.arg].m_dValue);
+        break;
+      case kOpUnary: {
+        const int rc = CheckDomain(in.code, top);
+        if (rc != 1) return rc;
+        top = ApplyUnary(in.code, top);
+        break;
+      }
+      case kOpList:
+        top = RunList(in.code, in.arg, top, below, depth);
+        depth -= in.arg - 1;
+        break;
+      default:
+        return -1;
+    }
+  }
+  result = top;
   return 1;
 }
 
@@ -600,20 +845,9 @@ int CKAExpression::Analysis(const char* pszExpression) {
     m_nVarCount = 0;
     return -1;
   }
-  // Numbers are converted once here; Evaluate finds them behind the variables.
-  const int base = m_arVarOperand.m_nCount;
-  int numbers = 0;
-  for (int i = 0; i < m_arPolish.m_nCount && numbers < kMaxCachedNumbers; ++i) {
-    if (m_arPolish.m_pData[i].m_nType == kNumber) ++numbers;
-  }
-  if (numbers > 0 && base + numbers > m_arVarOperand.m_nSize) {
-    m_arVarOperand.AddSize(base + numbers - m_arVarOperand.m_nSize);
-  }
-  SVarOperand* slot = m_arVarOperand.m_pData + base;
-  for (int i = 0; i < m_arPolish.m_nCount && slot != m_arVarOperand.m_pData + base + numbers; ++i) {
-    if (m_arPolish.m_pData[i].m_nType == kNumber) CacheNumber(*slot++, m_arPolish.m_pData[i]);
-  }
-  return m_nPos + 1 < m_nLength ? -4 : 1;
+  if (m_nPos + 1 < m_nLength) return -4;
+  StoreProgram(m_arPolish, m_arVarOperand);
+  return 1;
 }
 
 int CKAExpression::ChangeToPolishForm() {
@@ -782,12 +1016,18 @@ int CKAExpression::Evaluate(double& dResult) {
   dResult = 0.0;
   const int count = m_arPolish.m_nCount;
   if (count < 1 || !m_arPolish.m_pData) return -1;
-  const int vars = std::max(0, std::min(m_nVarCount, m_arVarOperand.m_nCount));
-  const int cached = std::min(m_arVarOperand.m_nSize - vars, kMaxCachedNumbers);
-  const Operands in = {m_arVarOperand.m_pData, vars, m_arVarOperand.m_pData + vars,
-                       std::max(cached, 0)};
   double result = 0.0;
-  const int rc = RunPolish(m_arPolish.m_pData, m_arPolish.m_pData + count, in, result);
+  int rc;
+  int size = 0;
+  const SVarOperand* program = nullptr;
+  if (m_nVarCount == m_arVarOperand.m_nCount)
+    program = FindProgram(m_arPolish, m_arVarOperand, &size);
+  if (program) {
+    rc = RunProgram(program, size, m_arVarOperand.m_pData, result);
+  } else {
+    const int vars = std::max(0, std::min(m_nVarCount, m_arVarOperand.m_nCount));
+    rc = RunPolish(m_arPolish.m_pData, count, m_arVarOperand.m_pData, vars, result);
+  }
   if (rc == 1) dResult = result;
   return rc;
 }

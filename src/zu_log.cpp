@@ -40,13 +40,16 @@ void WriteHeader(CKAFile& file, int number) {
   WriteAll(file, header, static_cast<size_t>(len));
 }
 
-// Writes "NNN <YYYY-MM-DD HH:MM:SS> text\n" at the stream's position.
+// Writes "NNN <YYYY-MM-DD HH:MM:SS> text\n" at the stream's position. The stamp reads as
+// CKATime::ToString(3) does, from one conversion to local time instead of six.
 void WriteEntry(CKAFile& file, int number, const char* text) {
   CKATime now;
   now.SetCurrentTime();
-  const CKAString stamp = now.ToString(3);
+  STimeInfo t;
+  now.GetTime(t);
   char prefix[64];
-  const int len = snprintf(prefix, sizeof prefix, "%03d <%s> ", number, stamp.GetBuf());
+  const int len = snprintf(prefix, sizeof prefix, "%03d <%04d-%02d-%02d %02d:%02d:%02d> ", number,
+                           t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond);
   if (len <= 0 || static_cast<size_t>(len) >= sizeof prefix) return;
   if (!WriteAll(file, prefix, static_cast<size_t>(len))) return;
   if (!WriteAll(file, text, strlen(text))) return;

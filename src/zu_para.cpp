@@ -8,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "zu_token.h"
+
 namespace {
 
 // Loading reads at most 1023 bytes of a line at a time; longer lines become several lines.
@@ -65,21 +67,6 @@ void InsertLines(CKAArray<CKAString>& lines, int index, const std::vector<CKAStr
   for (const CKAString& item : items) lines.AddBefore(lines.m_nCount, item);
   for (int i = nOld - 1; i >= index; --i) lines[i + nAdd] = lines[i];
   for (int i = 0; i < nAdd; ++i) lines[index + i] = items[static_cast<size_t>(i)];
-}
-
-// The non-empty pieces of text between line feeds; runs of line feeds count as one.
-std::vector<CKAString> SplitAtLineFeeds(const char* text) {
-  std::vector<CKAString> items;
-  std::string item;
-  for (const char* p = text;; ++p) {
-    if (*p != '\n' && *p != '\0') {
-      item += *p;
-      continue;
-    }
-    if (!item.empty()) items.emplace_back(item.c_str());
-    item.clear();
-    if (*p == '\0') return items;
-  }
 }
 
 // Reads the value of key in section; *pFound (when given) tells whether it was there.
@@ -341,7 +328,9 @@ bool CKAPara::SetKeyList(const char* section, const char* list) {
   }
   // Every item is inserted at the same index, so they end up in reverse order. Deliberate
   // and kept.
-  std::vector<CKAString> reversed = SplitAtLineFeeds(items.GetBuf());
+  std::vector<CKAString> reversed;
+  CKAToken token(items.GetBuf(), "\n");  // runs of line feeds count as one
+  for (CKAString item; token.GetToken(item);) reversed.push_back(item);
   std::reverse(reversed.begin(), reversed.end());
   InsertLines(m_arLine, nInsert, reversed);
   return WriteToFile();

@@ -42,6 +42,85 @@ void ka_tolower(char* s) {
 
 // ---- Base64 ----
 
+#include <array>
+
+namespace {
+
+constexpr char kDefaultAlphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr unsigned char kNotInAlphabet = 255;
+
+using DecodeTable = std::array<unsigned char, 256>;
+
+// Character values; the first occurrence wins, as a linear scan of the alphabet gives.
+constexpr DecodeTable MakeDecodeTable(const char* alphabet) {
+  DecodeTable table{};
+  for (auto& value : table) value = kNotInAlphabet;
+  for (int i = 63; i >= 0; --i) {
+    table[static_cast<unsigned char>(alphabet[i])] = static_cast<unsigned char>(i);
+  }
+  return table;
+}
+
+constexpr DecodeTable kDefaultTable = MakeDecodeTable(kDefaultAlphabet);
+
+// base64char is a public pointer that a program may point elsewhere (null falls back).
+const char* Alphabet() {
+  return CZUBase64::base64char != nullptr ? CZUBase64::base64char : kDefaultAlphabet;
+}
+
+void EncodeGroup(const char* alphabet, const unsigned char* in, int n, char* out) {
+  const unsigned b0 = in[0];
+  const unsigned b1 = n > 1 ? in[1] : 0;
+  const unsigned b2 = n > 2 ? in[2] : 0;
+  out[0] = alphabet[b0 >> 2];
+  out[1] = alphabet[((b0 & 3) << 4) | (b1 >> 4)];
+  out[2] = n > 1 ? alphabet[((b1 & 15) << 2) | (b2 >> 6)] : '=';
+  out[3] = n > 2 ? alphabet[b2 & 63] : '=';
+}
+
+}  // namespace
+
+const char* CZUBase64::base64char = kDefaultAlphabet;
+
+char* CZUBase64::base64_encode(const unsigned char* in, char* out, int len) {
+  if (out == nullptr) return nullptr;
+  char* next = out;
+  for (long long i = 0; in != nullptr && i < len; i += 3, next += 4) {
+    EncodeGroup(Alphabet(), in + i, static_cast<int>(len - i), next);
+  }
+  *next = '\0';
+  return out;
+}
+
+int CZUBase64::base64_decode(const char* in, unsigned char* out) {
+  if (in == nullptr || out == nullptr || *in == '\0') return 0;
+  DecodeTable custom{};
+  const DecodeTable* table = &kDefaultTable;
+  if (Alphabet() != kDefaultAlphabet) {
+    custom = MakeDecodeTable(Alphabet());
+    table = &custom;
+  }
+  int count = 0;
+  for (const char* group = in;; group += 4) {
+    // A group cut short by the terminator reads as if padded with '='.
+    const bool has2 = group[1] != '\0';
+    const bool has3 = has2 && group[2] != '\0';
+    const bool has4 = has3 && group[3] != '\0';
+    if (!has2) return count;  // a lone character carries no whole byte
+    const unsigned c0 = (*table)[static_cast<unsigned char>(group[0])];
+    const unsigned c1 = (*table)[static_cast<unsigned char>(group[1])];
+    out[count++] = static_cast<unsigned char>((c0 << 2) | ((c1 >> 4) & 3));
+    if (!has3 || group[2] == '=') return count;
+    const unsigned c2 = (*table)[static_cast<unsigned char>(group[2])];
+    out[count++] = static_cast<unsigned char>((c1 << 4) | ((c2 >> 2) & 15));
+    if (!has4 || group[3] == '=') return count;
+    const unsigned c3 = (*table)[static_cast<unsigned char>(group[3])];
+    out[count++] = static_cast<unsigned char>((c2 << 6) | (c3 & 63));
+    if (group[4] == '\0') return count;
+  }
+}
+
 //
 //
 //

@@ -392,6 +392,38 @@ TEST(CKAExpressionEvaluate, ConvertsNumberTokensChangedAfterAnalysis) {
   EXPECT_EQ(v, 102.25);
 }
 
+// Formulas are compiled at Analysis; a token changed in place afterwards (here only its
+// class, which evaluation ignores) makes Evaluate run the tokens themselves. Both ways must
+// give the same result code and the same bits.
+TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
+  const char* pieces[] = {"A",   "B",    "X",    "1",          "2.5",      "0",      "@",
+                          "+",   "-",    "*",    "/",          "^",        "MOD",    "%",
+                          "AND", "OR",   "NOT",  ">",          "<=",       "!=",     "SIN",
+                          "EXP", "SQRT", "LOG",  "ASIN",       "CABS",     "COSPHI", "ABS(X)",
+                          "(",   ")",    "C_PI", "SUM(A,B,1)", "MAX(X,2)", "AVE(A)", "MIN(0 B)"};
+  const int n = sizeof(pieces) / sizeof(pieces[0]);
+  std::mt19937 rng(99);
+  CKAExpression e;
+  int compared = 0;
+  for (int i = 0; i < 20000; ++i) {
+    std::string text;
+    const int length = 1 + static_cast<int>(rng() % 12);
+    for (int k = 0; k < length; ++k) text += std::string(pieces[rng() % n]) + " ";
+    if (e.Analysis(text.c_str()) != 1 || e.m_arPolish.m_nCount == 0) continue;
+    e.SetVarValue("A", static_cast<double>(rng() % 7) - 3);
+    e.SetVarValue("B", (static_cast<double>(rng() % 1000) - 500) / 64);
+    e.SetVarValue("X", 0.25);
+    double compiled = 0;
+    const int rc = e.Evaluate(compiled);
+    e.m_arPolish.m_pData[0].m_nPriority ^= 0x100;
+    double plain = 0;
+    ASSERT_EQ(e.Evaluate(plain), rc) << text;
+    ASSERT_EQ(std::memcmp(&compiled, &plain, sizeof plain), 0) << text << compiled << " " << plain;
+    ++compared;
+  }
+  EXPECT_GT(compared, 2000);
+}
+
 TEST(CKAExpressionEvaluate, RejectsTokensThatCannotBeEvaluated) {
   CKAExpression e;
   ASSERT_EQ(e.Analysis("1+2"), 1);

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 TEST(KaMemmove, ShiftsOverlappingRangesBothWays) {
   char up[] = "abcdefgh";
@@ -42,7 +44,118 @@ TEST(KaStrncpy, AlwaysTerminates) {
   EXPECT_EQ(ka_strncpy(nullptr, "ab", 1), nullptr);
 }
 
+TEST(KaStrnocasecmp, ComparesWholeTextsIgnoringCase) {
+  EXPECT_EQ(ka_strnocasecmp("Hello", "hELLO"), 0);
+  EXPECT_LT(ka_strnocasecmp("abc", "ABD"), 0);
+  EXPECT_GT(ka_strnocasecmp("abcd", "ABC"), 0);  // no length limit despite the name
+  EXPECT_LT(ka_strnocasecmp(nullptr, "a"), 0);
+  EXPECT_GT(ka_strnocasecmp("", nullptr), 0);
+  EXPECT_EQ(ka_strnocasecmp(nullptr, nullptr), 0);
+}
+
+TEST(KaCase, ConvertsUpToTerminator) {
+  char text[] = "aB1z\0q";
+  ka_toupper(text);
+  EXPECT_EQ(std::memcmp(text, "AB1Z\0q", 7), 0);
+  ka_tolower(text);
+  EXPECT_EQ(std::memcmp(text, "ab1z\0q", 7), 0);
+  ka_toupper(nullptr);
+  ka_tolower(nullptr);
+  char high[] = "\xe9\xff";  // bytes above 127 pass through in the C locale
+  ka_toupper(high);
+  EXPECT_STREQ(high, "\xe9\xff");
+}
+
 // ---- Base64 ----
+
+namespace {
+
+std::string Encode(const std::string& bytes) {
+  std::vector<char> out(bytes.size() / 3 * 4 + 5, '#');
+  CZUBase64().base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()), out.data(),
+                            static_cast<int>(bytes.size()));
+  return out.data();
+}
+
+// Decoded bytes. The text is copied to an exact-size heap block so that the sanitizer builds
+// catch any read past its terminator; the output is poisoned to catch writes past the count.
+std::string Decode(const char* text) {
+  const std::vector<char> exact(text, text + std::strlen(text) + 1);
+  unsigned char out[64];
+  std::memset(out, '#', sizeof out);
+  const int n = CZUBase64().base64_decode(exact.data(), out);
+  EXPECT_EQ(out[n], '#') << "wrote past the returned count for " << text;
+  return std::string(reinterpret_cast<const char*>(out), static_cast<size_t>(n));
+}
+
+}  // namespace
+
+TEST(CZUBase64, EncodesRfc4648Vectors) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"", ""},
+      {"f", "Zg=="},
+      {"fo", "Zm8="},
+      {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="},
+      {"fooba", "Zm9vYmE="},
+      {"foobar", "Zm9vYmFy"},
+      {"Man", "TWFu"},
+      {"Ma", "TWE="},
+      {"M", "TQ=="},
+  };
+  for (const auto& v : vectors) {
+    EXPECT_EQ(Encode(v.first), v.second) << v.first;
+    EXPECT_EQ(Decode(v.second), v.first) << v.second;
+  }
+}
+
+TEST(CZUBase64, EncodeEdgeCases) {
+  char out[8] = "#######";
+  CZUBase64 codec;
+  EXPECT_EQ(codec.base64_encode(reinterpret_cast<const unsigned char*>("abc"), out, 0), out);
+  EXPECT_STREQ(out, "");
+  std::strcpy(out, "#######");
+  codec.base64_encode(reinterpret_cast<const unsigned char*>("abc"), out, -2);
+  EXPECT_STREQ(out, "");
+  std::strcpy(out, "#######");
+  codec.base64_encode(nullptr, out, 3);
+  EXPECT_STREQ(out, "");
+  EXPECT_EQ(codec.base64_encode(reinterpret_cast<const unsigned char*>("abc"), nullptr, 3),
+            nullptr);
+  EXPECT_STREQ(CZUBase64::base64char,
+               "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
+}
+
+TEST(CZUBase64, RoundTripsAllByteValues) {
+  unsigned char bytes[256];
+  for (int i = 0; i < 256; ++i) bytes[i] = static_cast<unsigned char>(i);
+  char text[345];
+  CZUBase64 codec;
+  codec.base64_encode(bytes, text, 256);
+  EXPECT_EQ(std::strlen(text), 344u);
+  unsigned char back[258];
+  EXPECT_EQ(codec.base64_decode(text, back), 256);
+  EXPECT_EQ(std::memcmp(bytes, back, 256), 0);
+}
+
+TEST(CZUBase64, DecodesWithoutValidation) {
+  unsigned char out[8];
+  CZUBase64 codec;
+  EXPECT_EQ(codec.base64_decode("", out), 0);
+  EXPECT_EQ(codec.base64_decode(nullptr, out), 0);
+  EXPECT_EQ(codec.base64_decode("TWFu", nullptr), 0);
+  // Outside the alphabet counts as all six bits set: '!' -> 63 like '/'.
+  EXPECT_EQ(Decode("!!!!"), Decode("////"));
+  EXPECT_EQ(Decode("TQ==TWFu"), "M");  // stops at the first padded group
+}
+
+TEST(CZUBase64, UnpaddedTailDecodesAsIfPadded) {
+  EXPECT_EQ(Decode("TWE"), "Ma");
+  EXPECT_EQ(Decode("TQ"), "M");
+  EXPECT_EQ(Decode("TWFuTQ"), "ManM");
+  EXPECT_EQ(Decode("TWFuT"), "Man");  // a lone character carries no whole byte
+  EXPECT_EQ(Decode("T"), "");
+}
 
 //
 //
