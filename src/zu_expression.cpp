@@ -281,7 +281,7 @@ bool CanFail(int code) {
   return code == kAsin || code == kAcos || code == kSqrt || code == kLog || code == kLn;
 }
 
-double ApplyUnary(int code, double x) {
+[[gnu::always_inline]] inline double ApplyUnary(int code, double x) {
   switch (code) {
     case kNegate:
       return -x;
@@ -317,7 +317,7 @@ double ApplyUnary(int code, double x) {
 }
 
 // a is the operand written first, b the one written second.
-double ApplyBinary(int code, double a, double b) {
+[[gnu::always_inline]] inline double ApplyBinary(int code, double a, double b) {
   switch (code) {
     case kAdd:
       return a + b;
@@ -452,26 +452,15 @@ class ValueStack {
 // then one instruction per slot. Evaluate runs it only while m_arPolish still equals that
 // copy and the variable count is unchanged; otherwise it evaluates the tokens themselves.
 
+// An instruction's operation: the token code of the operator plus the place of its operands.
 enum Op : int {
-  kOpConst,
-  kOpVar,
-  kOpAdd,  // kOpAdd .. kOpDiv, kOpAddC .. kOpDivC, kOpAddV .. kOpDivV: + - * / in this order
-  kOpSub,
-  kOpMul,
-  kOpDiv,
-  kOpAddC,
-  kOpSubC,
-  kOpMulC,
-  kOpDivC,
-  kOpAddV,
-  kOpSubV,
-  kOpMulV,
-  kOpDivV,
-  kOpBinary,
-  kOpBinaryC,
-  kOpBinaryV,
-  kOpUnary,
-  kOpList,
+  kOpConst = 0,           // push the value
+  kOpVar = 1,             // push variable arg
+  kOpList = 2,            // SUM, AVE, MAX, MIN (code) over the arg top values
+  kOpOnStack = 64,        // + code: two-operand operator on the two top values
+  kOpWithConst = 128,     // + code: two-operand operator on the top value and the value
+  kOpWithVar = 192,       // + code: two-operand operator on the top value and variable arg
+  kOpUnaryOnStack = 256,  // + code: one-operand operator or function on the top value
 };
 
 struct Instr {
@@ -483,11 +472,6 @@ struct Instr {
 
 constexpr int kMaxCompiledTokens = 4096;
 constexpr char kProgramMark[8] = {'\x01', 'Z', 'U', 'P', 'R', 'O', 'G', '\x01'};
-
-// Offset of "+", "-", "*", "/" among the specialised operations, -1 for other codes.
-int FastOffset(int code) {
-  return (code >= kAdd && code <= kDivide) ? code - kAdd : -1;
-}
 
 class Compiler {
  public:
@@ -531,24 +515,23 @@ class Compiler {
     if (LastIs(kOpConst) && !CanFail(code)) {
       m_code.back().value = ApplyUnary(code, m_code.back().value);
     } else {
-      m_code.push_back({kOpUnary, 0, code, 0.0});
+      m_code.push_back({kOpUnaryOnStack + code, 0, code, 0.0});
     }
   }
 
   void Binary(int code) {
-    const int fast = FastOffset(code);
     if (LastIs(kOpConst) && LastIs(kOpConst, 2)) {
       const double b = m_code.back().value;
       m_code.pop_back();
       m_code.back().value = ApplyBinary(code, m_code.back().value, b);
     } else if (LastIs(kOpConst)) {
-      m_code.back().op = fast >= 0 ? kOpAddC + fast : kOpBinaryC;
+      m_code.back().op = kOpWithConst + code;
       m_code.back().code = code;
     } else if (LastIs(kOpVar)) {
-      m_code.back().op = fast >= 0 ? kOpAddV + fast : kOpBinaryV;
+      m_code.back().op = kOpWithVar + code;
       m_code.back().code = code;
     } else {
-      m_code.push_back({fast >= 0 ? kOpAdd + fast : kOpBinary, 0, code, 0.0});
+      m_code.push_back({kOpOnStack + code, 0, code, 0.0});
     }
   }
 
@@ -674,61 +657,59 @@ double RunList(int code, int n, double top, const double* below, int size) {
         below[depth++] = top;
         top = vars[in.arg].m_dValue;
         break;
-      case kOpAdd:
-        top = below[--depth] + top;
-        break;
-      case kOpSub:
-        top = below[--depth] - top;
-        break;
-      case kOpMul:
-        top = below[--depth] * top;
-        break;
-      case kOpDiv:
-        top = Divide(below[--depth], top);
-        break;
-      case kOpAddC:
-        top = top + in.value;
-        break;
-      case kOpSubC:
-        top = top - in.value;
-        break;
-      case kOpMulC:
-        top = top * in.value;
-        break;
-      case kOpDivC:
-        top = Divide(top, in.value);
-        break;
-      case kOpAddV:
-        top = top + vars[in.arg].m_dValue;
-        break;
-      case kOpSubV:
-        top = top - vars[in.arg].m_dValue;
-        break;
-      case kOpMulV:
-        top = top * vars[in.arg].m_dValue;
-        break;
-      case kOpDivV:
-        top = Divide(top, vars[in.arg].m_dValue);
-        break;
-      case kOpBinary:
-        top = ApplyBinary(in.code, below[--depth], top);
-        break;
-      case kOpBinaryC:
-        top = ApplyBinary(in.code, top, in.value);
-        break;
-      case kOpBinaryV:
-        top = ApplyBinary(in.code, top, vars[in.arg].m_dValue);
-        break;
-      case kOpUnary: {
-        const int rc = CheckDomain(in.code, top);
-        if (rc != 1) return rc;
-        top = ApplyUnary(in.code, top);
-        break;
-      }
       case kOpList:
         top = RunList(in.code, in.arg, top, below, depth);
         depth -= in.arg - 1;
         break;
+// One case per operator code, so that each operation is compiled in place.
+#define ZU_BINARY_CASES(code)                            \
+  case kOpOnStack + code:                                \
+    top = ApplyBinary(code, below[--depth], top);        \
+    break;                                               \
+  case kOpWithConst + code:                              \
+    top = ApplyBinary(code, top, in.value);              \
+    break;                                               \
+  case kOpWithVar + code:                                \
+    top = ApplyBinary(code, top, vars[in.arg].m_dValue); \
+    break;
+#define ZU_UNARY_CASE(code)                                                          \
+  case kOpUnaryOnStack + code:                                                       \
+    if (CanFail(code) && CheckDomain(code, top) != 1) return CheckDomain(code, top); \
+    top = ApplyUnary(code, top);                                                     \
+    break;
+        ZU_BINARY_CASES(kAdd)
+        ZU_BINARY_CASES(kSubtract)
+        ZU_BINARY_CASES(kMultiply)
+        ZU_BINARY_CASES(kDivide)
+        ZU_BINARY_CASES(kPower)
+        ZU_BINARY_CASES(kQuotient)
+        ZU_BINARY_CASES(kRemainder)
+        ZU_BINARY_CASES(kAnd)
+        ZU_BINARY_CASES(kOr)
+        ZU_BINARY_CASES(kGreater)
+        ZU_BINARY_CASES(kGreaterEqual)
+        ZU_BINARY_CASES(kLess)
+        ZU_BINARY_CASES(kLessEqual)
+        ZU_BINARY_CASES(kNotEqual)
+        ZU_BINARY_CASES(kCabs)
+        ZU_BINARY_CASES(kCosPhi)
+        ZU_UNARY_CASE(kNegate)
+        ZU_UNARY_CASE(kNot)
+        ZU_UNARY_CASE(kDegToRad)
+        ZU_UNARY_CASE(kRadToDeg)
+        ZU_UNARY_CASE(kSqrt)
+        ZU_UNARY_CASE(kSin)
+        ZU_UNARY_CASE(kCos)
+        ZU_UNARY_CASE(kTan)
+        ZU_UNARY_CASE(kAsin)
+        ZU_UNARY_CASE(kAcos)
+        ZU_UNARY_CASE(kAtan)
+        ZU_UNARY_CASE(kAbs)
+        ZU_UNARY_CASE(kLog)
+        ZU_UNARY_CASE(kLn)
+        ZU_UNARY_CASE(kExp)
+#undef ZU_BINARY_CASES
+#undef ZU_UNARY_CASE
       default:
         return -1;
     }
