@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -400,7 +401,8 @@ TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
                           "+",   "-",    "*",    "/",          "^",        "MOD",    "%",
                           "AND", "OR",   "NOT",  ">",          "<=",       "!=",     "SIN",
                           "EXP", "SQRT", "LOG",  "ASIN",       "CABS",     "COSPHI", "ABS(X)",
-                          "(",   ")",    "C_PI", "SUM(A,B,1)", "MAX(X,2)", "AVE(A)", "MIN(0 B)"};
+                          "(",   ")",    "C_PI", "SUM(A,B,1)", "MAX(X,2)", "AVE(A)", "MIN(0 B)",
+                          "2",   "^ 2",  "/ 3",  "B ^ 2",      "1E",       "A*B"};
   const int n = sizeof(pieces) / sizeof(pieces[0]);
   std::mt19937 rng(99);
   CKAExpression e;
@@ -412,7 +414,7 @@ TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
     if (e.Analysis(text.c_str()) != 1 || e.m_arPolish.m_nCount == 0) continue;
     e.SetVarValue("A", static_cast<double>(rng() % 7) - 3);
     e.SetVarValue("B", (static_cast<double>(rng() % 1000) - 500) / 64);
-    e.SetVarValue("X", 0.25);
+    e.SetVarValue("X", std::ldexp(static_cast<double>(rng()), -30) - 2.0);
     double compiled = 0;
     const int rc = e.Evaluate(compiled);
     e.m_arPolish.m_pData[0].m_nPriority ^= 0x100;
@@ -422,6 +424,26 @@ TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
     ++compared;
   }
   EXPECT_GT(compared, 2000);
+}
+
+// "^ 2" squares without calling pow where that is exact; it must still give pow's bits.
+TEST(CKAExpressionEvaluate, SquareGivesExactlyThePowerFunctionsResult) {
+  CKAExpression e;
+  ASSERT_EQ(e.Analysis("X^2"), 1);
+  volatile double two = 2.0;  // keeps the compiler from turning pow into a multiplication
+  std::mt19937_64 rng(2);
+  for (int i = 0; i < 400000; ++i) {
+    std::uint64_t bits = rng();
+    if (i % 2) bits = (bits & 0x800fffffffffffffULL) | ((1023 - 450 + (bits >> 52) % 900) << 52);
+    double x;
+    std::memcpy(&x, &bits, sizeof x);
+    if (i % 4 == 2) x = static_cast<double>(bits % 20000001) / 1000.0 - 10000.0;
+    e.SetVarValue(1, x);
+    double v = 0;
+    ASSERT_EQ(e.Evaluate(v), 1);
+    const double expected = std::pow(x, two);
+    ASSERT_EQ(std::memcmp(&v, &expected, sizeof v), 0) << x;
+  }
 }
 
 TEST(CKAExpressionEvaluate, RejectsTokensThatCannotBeEvaluated) {
