@@ -508,23 +508,15 @@ class ValueStack {
 // Every operation exists in the forms below; the operand letters: V a variable, C a number,
 // T the value on top of the stack, S the value below it. Forms that start with an operand
 // (VV, VC, CV, and the unary V) first push the top to make room.
-#define ZU_BINARY_OPS(X)                                                                        \
-  X(Add)                                                                                        \
-  X(Subtract)                                                                                   \
-  X(Multiply)                                                                                   \
-  X(Divide)                                                                                     \
-  X(Power)                                                                                      \
-  X(Quotient)                                                                                   \
-  X(Remainder)                                                                                  \
-  X(And)                                                                                        \
-  X(Or) X(Greater) X(GreaterEqual) X(Less) X(LessEqual) X(NotEqual) X(Cabs) X(CosPhi) X(MaxAcc) \
-      X(MinAcc) X(QuotientOf)
-#define ZU_UNARY_OPS(X) \
-  X(Negate)             \
-  X(Not)                \
-  X(DegToRad)           \
-  X(RadToDeg)           \
-  X(Sqrt) X(Sin) X(Cos) X(Tan) X(Asin) X(Acos) X(Atan) X(Abs) X(Log) X(Ln) X(Exp) X(Square)
+// clang-format off
+#define ZU_BINARY_OPS(X)                                                                      \
+  X(Add) X(Subtract) X(Multiply) X(Divide) X(Power) X(Quotient) X(Remainder) X(And) X(Or)    \
+  X(Greater) X(GreaterEqual) X(Less) X(LessEqual) X(NotEqual) X(Cabs) X(CosPhi) X(MaxAcc)     \
+  X(MinAcc) X(QuotientOf)
+#define ZU_UNARY_OPS(X)                                                                       \
+  X(Negate) X(Not) X(DegToRad) X(RadToDeg) X(Sqrt) X(Sin) X(Cos) X(Tan) X(Asin) X(Acos)      \
+  X(Atan) X(Abs) X(Log) X(Ln) X(Exp) X(Square)
+// clang-format on
 
 enum BinaryForm : int { kVV, kVC, kCV, kTV, kTC, kVT, kCT, kST, kBinaryForms };
 enum UnaryForm : int { kT, kV, kUnaryForms };
