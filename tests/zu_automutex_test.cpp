@@ -13,32 +13,27 @@ using zutest::t_trylockCalls;
 
 namespace {
 
-// Holds a mutex on its own thread from construction until Release() (or destruction), which
-// happens after releaseAfterMs milliseconds when that is not negative.
-class OtherHolder {
- public:
+void SleepMs(int ms) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// Holds the mutex on another thread from construction until destruction, or for releaseAfterMs.
+struct OtherHolder {
   explicit OtherHolder(CKAMutex* mutex, int releaseAfterMs = -1)
-      : m_thread([this, mutex, releaseAfterMs] {
+      : thread([=] {
           mutex->Lock();
-          m_held = true;
-          if (releaseAfterMs >= 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(releaseAfterMs));
-            m_release = true;
-          }
-          while (!m_release) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          held = true;
+          for (int ms = 0; !release && ms != releaseAfterMs; ++ms) SleepMs(1);
           mutex->Unlock();
         }) {
-    while (!m_held) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!held) SleepMs(1);
   }
   ~OtherHolder() {
-    m_release = true;
-    m_thread.join();
+    release = true;
+    thread.join();
   }
-
- private:
-  std::atomic<bool> m_held{false};
-  std::atomic<bool> m_release{false};
-  std::thread m_thread;
+  std::atomic<bool> held{false}, release{false};
+  std::thread thread;
 };
 
 bool FreeForOtherThread(CKAMutex* mutex) {
@@ -49,15 +44,22 @@ bool FreeForOtherThread(CKAMutex* mutex) {
 
 }  // namespace
 
-TEST(CKAAutoMutex, HoldsFromConstructionUntilDestructionAndNestsRecursively) {
+TEST(CKAAutoMutex, HoldsUntilDestructionNestsRecursivelyAndLocksOnce) {
   CKAMutex mutex;
   {
     CKAAutoMutex outer(&mutex, true);
-    EXPECT_FALSE(FreeForOtherThread(&mutex));
     { CKAAutoMutex inner(&mutex, true); }      // recursive: succeeds at once
     EXPECT_FALSE(FreeForOtherThread(&mutex));  // the outer hold is still in place
   }
   EXPECT_TRUE(FreeForOtherThread(&mutex));
+  {
+    CKAAutoMutex guard(&mutex, false);
+    ASSERT_TRUE(guard.TryLock(0));
+    t_trylockCalls = 0;
+    EXPECT_TRUE(guard.TryLock(0));  // already held: no second lock
+    EXPECT_EQ(0, t_trylockCalls);
+  }
+  EXPECT_TRUE(FreeForOtherThread(&mutex));  // one hold, one release
 }
 
 TEST(CKAAutoMutex, TryLockAttemptsFollowTenMillisecondSteps) {
@@ -78,30 +80,13 @@ TEST(CKAAutoMutex, TryLockAttemptsFollowTenMillisecondSteps) {
   }
 }
 
-TEST(CKAAutoMutex, SecondTryLockOnHoldingGuardDoesNotLockAgain) {
-  CKAMutex mutex;
-  {
-    CKAAutoMutex guard(&mutex, false);
-    ASSERT_TRUE(guard.TryLock(0));
-    t_trylockCalls = 0;
-    EXPECT_TRUE(guard.TryLock(0));
-    EXPECT_EQ(0, t_trylockCalls);
-  }
-  EXPECT_TRUE(FreeForOtherThread(&mutex));  // one hold, one release
-}
-
 TEST(CKAAutoMutex, GetsMutexReleasedWhileWaitingOrPolling) {
   for (int timeout : {-1, 5000}) {  // negative: waits without limit
     CKAMutex mutex;
     OtherHolder holder(&mutex, 50);
-    CKAAutoMutex guard(&mutex, false);
-    EXPECT_TRUE(guard.TryLock(timeout)) << timeout;
+    EXPECT_TRUE(CKAAutoMutex(&mutex, false).TryLock(timeout)) << timeout;
   }
-}
-
-TEST(CKAAutoMutex, NullMutexNeverHolds) {
-  CKAAutoMutex locked(nullptr, true);
-  CKAAutoMutex guard(nullptr, false);
+  CKAAutoMutex locked(nullptr, true), guard(nullptr, false);  // a null mutex is never held
   EXPECT_FALSE(guard.TryLock(0));
   EXPECT_FALSE(guard.TryLock(-1));
 }
