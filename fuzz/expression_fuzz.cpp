@@ -57,6 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // keeps whatever a malformed first text left on the operator stack.
   std::string second = in.Text(255);
   Run(expr, second, in);
+  // Many analyses on one object: what malformed texts leave on the operator stack piles up
+  // until the stack is full.
+  for (unsigned i = 0, n = in.Pick(200); i < n; ++i) expr.Analysis(second.c_str());
   Run(expr, in.Rest(), in);
   return 0;
 }

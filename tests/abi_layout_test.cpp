@@ -1,6 +1,6 @@
 // Binary layout of every class and record applications see: its size and each member's offset
-// must equal those of a plain struct made of the documented members in the documented order,
-// on every target. The thread classes' virtual tables hold the destructor first, Run second.
+// equal those of a plain struct made of the documented members in the documented order, on
+// every target. The thread classes' virtual tables hold the destructor first and Run second.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -25,26 +25,20 @@ namespace {
 // Plain mirrors of the documented layouts.
 struct MString {
   char* m_pBuffer;
-  int m_nLength;
-  int m_nSize;
+  int m_nLength, m_nSize;
 };
 template <typename T>
 struct MArray {
   T* m_pData;
-  int m_nCount;
-  int m_nSize;
-  int m_nGrowBy;
+  int m_nCount, m_nSize, m_nGrowBy;
 };
 template <typename T>
 struct MStack {
   T* m_pData;
-  int m_nMaxSize;
-  int m_nCount;
-  int m_nTop;
+  int m_nMaxSize, m_nCount, m_nTop;
 };
 struct MList {
-  void* m_pHead;
-  void* m_pTail;
+  void *m_pHead, *m_pTail;
   int m_nCount;
 };
 struct MHash {  // CKADict and CKAMap
@@ -56,11 +50,19 @@ struct MBucket {
   int m_nCount;
   void* m_pFirst;
 };
+struct MNode {
+  void *m_pPrev, *m_pNext;
+  double m_Data;
+};
+struct MTok {
+  bool m_bFirst;
+  char *m_pText, *m_pSave;
+  int m_nSize;
+  char m_szDelimiter[sizeof(CKAToken::m_szDelimiter)];
+};
 struct MToken {
   char m_szName[8];
-  std::int32_t m_nType;
-  std::int32_t m_nParam;
-  std::int32_t m_nPriority;
+  std::int32_t m_nType, m_nParam, m_nPriority;
 };
 struct MVarOperand {
   char m_szName[32];
@@ -69,8 +71,7 @@ struct MVarOperand {
 struct MExpression {
   std::int32_t m_nVarCount;
   MString m_strExpression;
-  std::int32_t m_nPos;
-  std::int32_t m_nLength;
+  std::int32_t m_nPos, m_nLength;
   MArray<MToken> m_arPolish;
   MArray<MVarOperand> m_arVarOperand;
   MStack<MToken> m_stackOperator;
@@ -122,10 +123,7 @@ struct MLogThread : MThread {
 struct MEventSend {
   MMutex m_mutex;
   int* m_pEvents;
-  int m_nSize;
-  int m_nCount;
-  int m_nWrite;
-  int m_nRead;
+  int m_nSize, m_nCount, m_nWrite, m_nRead;
 };
 struct MEventWait {
   MEventSend* m_pEventSend;
@@ -137,10 +135,13 @@ struct MLib {
 struct MSocketPrivate {
   int m_nSocket;
 };
-struct MTcp {  // server: m_bNeedListen, client: m_bBlock
+struct MTcpServer {
   MSocketPrivate* m_pSocket;
-  bool m_bOpen;
-  bool m_bSecond;
+  bool m_bOpen, m_bNeedListen;
+};
+struct MTcpClient {  // also the UDP client
+  MSocketPrivate* m_pSocket;
+  bool m_bOpen, m_bBlock;
 };
 struct MUdpServer {
   MSocketPrivate* m_pSocket;
@@ -153,8 +154,7 @@ struct MIDString {
   MString strText;
 };
 struct MID2String {
-  int nID;
-  int nID1;
+  int nID, nID1;
   MString strText;
 };
 template <typename Item>
@@ -170,283 +170,119 @@ std::ptrdiff_t OffsetIn(const A& object, const B& member) {
   return reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&object);
 }
 
-// Compares size and the offsets of the listed members of a real object and a mirror object.
-#define EXPECT_SAME_SIZE(T, M) EXPECT_EQ(sizeof(T), sizeof(M)) << #T
-#define EXPECT_SAME_OFFSET(t, m, member) \
-  EXPECT_EQ(OffsetIn(t, t.member), OffsetIn(m, m.member)) << #member
+// The documented members of each class, in order.
+#define STRING(X) X(m_pBuffer) X(m_nLength) X(m_nSize)
+#define ARRAY(X) X(m_pData) X(m_nCount) X(m_nSize) X(m_nGrowBy)
+#define STACK(X) X(m_pData) X(m_nMaxSize) X(m_nCount) X(m_nTop)
+#define LIST(X) X(m_pHead) X(m_pTail) X(m_nCount)
+#define HASH(X) X(m_nHashSize) X(m_lstNode) X(m_pHashTable)
+#define BUCKET(X) X(m_nCount) X(m_pFirst)
+#define NODE(X) X(m_pPrev) X(m_pNext) X(m_Data)
+#define TOKENIZER(X) X(m_bFirst) X(m_pText) X(m_pSave) X(m_nSize) X(m_szDelimiter)
+#define TOKEN(X) X(m_szName) X(m_nType) X(m_nParam) X(m_nPriority)
+#define VAR_OPERAND(X) X(m_szName) X(m_dValue)
+#define EXPRESSION(X) \
+  X(m_nVarCount)      \
+  X(m_strExpression) X(m_nPos) X(m_nLength) X(m_arPolish) X(m_arVarOperand) X(m_stackOperator)
+#define FILE_MEMBERS(X) X(m_pFile) X(m_sFileName)
+#define PARA(X) FILE_MEMBERS(X) X(m_arLine) X(m_bLoaded) X(m_strTemp)
+#define MUTEX(X) X(m_pMutex)
+#define AUTO_MUTEX(X) X(m_pMutex) X(m_bLocked)
+#define TIME(X) X(m_tTime)
+#define TIME_INFO(X) \
+  X(wYear) X(wMonth) X(wDay) X(wHour) X(wMinute) X(wSecond) X(wMilliseconds) X(wReserved)
+#define INTERVAL(X) X(tSecond) X(wMillisecond)
+#define EVENT_SEND(X) X(m_mutex) X(m_pEvents) X(m_nSize) X(m_nCount) X(m_nWrite) X(m_nRead)
+#define EVENT_WAIT(X) X(m_pEventSend)
+#define LIB(X) X(m_pHandle) X(m_sLibName)
+#define SOCKET(X) X(m_nSocket)
+#define TCP_SERVER(X) X(m_pSocket) X(m_bOpen) X(m_bNeedListen)
+#define TCP_CLIENT(X) X(m_pSocket) X(m_bOpen) X(m_bBlock)
+#define UDP_SERVER(X) X(m_pSocket) X(m_bOpen) X(m_szGroup) X(m_nMode)
+#define ID_TABLE(X) X(m_arItems) X(m_mapIndex) X(m_nNum) X(m_item)
+#define ID_STRING(X) X(nID) X(strText)
+#define ID2_STRING(X) X(nID) X(nID1) X(strText)
+#define LOG(X) X(m_mutex) X(m_file) X(m_strBase)
+#define LOG_THREAD(X) X(m_pThread) X(m_pParam) X(m_bRun) X(m_log) X(m_mutex) X(m_vecLog)
 
-TEST(Layout, StringAndHelpers) {
-  CKAString s;
-  MString m{};
-  EXPECT_SAME_SIZE(CKAString, MString);
-  EXPECT_SAME_OFFSET(s, m, m_pBuffer);
-  EXPECT_SAME_OFFSET(s, m, m_nLength);
-  EXPECT_SAME_OFFSET(s, m, m_nSize);
+#define CHECK_OFFSET(member) EXPECT_EQ(OffsetIn(t, t.member), OffsetIn(m, m.member)) << #member;
+// Compares the size of T with M's and the offset of every listed member in a T object built
+// with the given constructor arguments (if any) and in a mirror object.
+#define EXPECT_LAYOUT(T, M, MEMBERS, ...)  \
+  do {                                     \
+    T t __VA_ARGS__;                       \
+    const M& m = *new (mirror) M{};        \
+    EXPECT_EQ(sizeof(T), sizeof(M)) << #T; \
+    MEMBERS(CHECK_OFFSET)                  \
+  } while (0)
+
+// Room for any mirror (they are trivially destructible or never destroyed: only addresses are
+// read).
+alignas(std::max_align_t) unsigned char mirror[1024];
+
+using IntMap = CKAMap<int, int>;
+using Token = CKAExpression::SToken;
+using VarOperand = CKAExpression::SVarOperand;
+using Bucket = CKADict<int>::SHashBucket;
+using Node = CKAList<double>::SListNode;
+using IDString = CKAIDStr::SIDSTRING;
+using ID2String = CKAID2Str::SID2STRING;
+
+TEST(Layout, TextAndContainers) {
+  EXPECT_LAYOUT(CKAString, MString, STRING);
+  EXPECT_LAYOUT(CKAToken, MTok, TOKENIZER);
+  EXPECT_LAYOUT(CKAArray<CKAString>, MArray<MString>, ARRAY);
+  EXPECT_LAYOUT(CKAStack<double>, MStack<double>, STACK, (4));
+  EXPECT_LAYOUT(CKAList<int>, MList, LIST);
+  EXPECT_LAYOUT(CKADict<int>, MHash, HASH, (8));
+  EXPECT_LAYOUT(IntMap, MHash, HASH, (8));
+  EXPECT_LAYOUT(Bucket, MBucket, BUCKET, {});
+  EXPECT_LAYOUT(Node, MNode, NODE, {});
   EXPECT_EQ(sizeof(CZUBase64), 1u);
 }
 
-TEST(Layout, Token) {
-  CKAToken t;
-  struct MTok {
-    bool m_bFirst;
-    char* m_pText;
-    char* m_pSave;
-    int m_nSize;
-    char m_szDelimiter[sizeof(t.m_szDelimiter)];
-  } m{};
-  EXPECT_SAME_SIZE(CKAToken, MTok);
-  EXPECT_SAME_OFFSET(t, m, m_bFirst);
-  EXPECT_SAME_OFFSET(t, m, m_pText);
-  EXPECT_SAME_OFFSET(t, m, m_pSave);
-  EXPECT_SAME_OFFSET(t, m, m_nSize);
-  EXPECT_SAME_OFFSET(t, m, m_szDelimiter);
-}
-
-TEST(Layout, Containers) {
-  CKAArray<CKAString> a;
-  MArray<MString> ma{};
-  EXPECT_SAME_SIZE(CKAArray<CKAString>, MArray<MString>);
-  EXPECT_SAME_OFFSET(a, ma, m_pData);
-  EXPECT_SAME_OFFSET(a, ma, m_nCount);
-  EXPECT_SAME_OFFSET(a, ma, m_nSize);
-  EXPECT_SAME_OFFSET(a, ma, m_nGrowBy);
-
-  CKAStack<double> st(4);
-  MStack<double> ms{};
-  EXPECT_SAME_SIZE(CKAStack<double>, MStack<double>);
-  EXPECT_SAME_OFFSET(st, ms, m_pData);
-  EXPECT_SAME_OFFSET(st, ms, m_nMaxSize);
-  EXPECT_SAME_OFFSET(st, ms, m_nCount);
-  EXPECT_SAME_OFFSET(st, ms, m_nTop);
-
-  CKAList<int> l;
-  MList ml{};
-  EXPECT_SAME_SIZE(CKAList<int>, MList);
-  EXPECT_SAME_OFFSET(l, ml, m_pHead);
-  EXPECT_SAME_OFFSET(l, ml, m_pTail);
-  EXPECT_SAME_OFFSET(l, ml, m_nCount);
-
-  CKADict<int> d(8);
-  using IntMap = CKAMap<int, int>;
-  IntMap mp(8);
-  MHash mh{};
-  EXPECT_SAME_SIZE(CKADict<int>, MHash);
-  EXPECT_SAME_SIZE(IntMap, MHash);
-  EXPECT_SAME_OFFSET(d, mh, m_nHashSize);
-  EXPECT_SAME_OFFSET(d, mh, m_lstNode);
-  EXPECT_SAME_OFFSET(d, mh, m_pHashTable);
-  EXPECT_SAME_OFFSET(mp, mh, m_nHashSize);
-  EXPECT_SAME_OFFSET(mp, mh, m_lstNode);
-  EXPECT_SAME_OFFSET(mp, mh, m_pHashTable);
-}
-
-TEST(Layout, HashBucketsAndNodes) {
-  CKADict<int>::SHashBucket b{};
-  MBucket mb{};
-  EXPECT_SAME_SIZE(CKADict<int>::SHashBucket, MBucket);
-  EXPECT_SAME_OFFSET(b, mb, m_nCount);
-  EXPECT_SAME_OFFSET(b, mb, m_pFirst);
-  // A list node: previous, next, element.
-  struct MNode {
-    void* m_pPrev;
-    void* m_pNext;
-    double m_Data;
-  };
-  EXPECT_SAME_SIZE(CKAList<double>::SListNode, MNode);
-}
-
 TEST(Layout, Expression) {
-  CKAExpression e;
-  MExpression m{};
-  EXPECT_SAME_SIZE(CKAExpression, MExpression);
-  EXPECT_SAME_OFFSET(e, m, m_nVarCount);
-  EXPECT_SAME_OFFSET(e, m, m_strExpression);
-  EXPECT_SAME_OFFSET(e, m, m_nPos);
-  EXPECT_SAME_OFFSET(e, m, m_nLength);
-  EXPECT_SAME_OFFSET(e, m, m_arPolish);
-  EXPECT_SAME_OFFSET(e, m, m_arVarOperand);
-  EXPECT_SAME_OFFSET(e, m, m_stackOperator);
-
-  CKAExpression::SToken t{};
-  MToken mt{};
-  EXPECT_SAME_SIZE(CKAExpression::SToken, MToken);
-  EXPECT_SAME_OFFSET(t, mt, m_szName);
-  EXPECT_SAME_OFFSET(t, mt, m_nType);
-  EXPECT_SAME_OFFSET(t, mt, m_nParam);
-  EXPECT_SAME_OFFSET(t, mt, m_nPriority);
-
-  CKAExpression::SVarOperand v{};
-  MVarOperand mv{};
-  EXPECT_SAME_SIZE(CKAExpression::SVarOperand, MVarOperand);
-  EXPECT_SAME_OFFSET(v, mv, m_szName);
-  EXPECT_SAME_OFFSET(v, mv, m_dValue);
+  EXPECT_LAYOUT(CKAExpression, MExpression, EXPRESSION);
+  EXPECT_LAYOUT(Token, MToken, TOKEN, {});
+  EXPECT_LAYOUT(VarOperand, MVarOperand, VAR_OPERAND, {});
 }
 
-TEST(Layout, FileAndParameterFile) {
-  CKAFile f;
-  MFile mf{};
-  EXPECT_SAME_SIZE(CKAFile, MFile);
-  EXPECT_SAME_OFFSET(f, mf, m_pFile);
-  EXPECT_SAME_OFFSET(f, mf, m_sFileName);
-
-  CKAPara p;
-  MPara mp{};
-  EXPECT_SAME_SIZE(CKAPara, MPara);
-  EXPECT_SAME_OFFSET(p, mp, m_pFile);
-  EXPECT_SAME_OFFSET(p, mp, m_sFileName);
-  EXPECT_SAME_OFFSET(p, mp, m_arLine);
-  EXPECT_SAME_OFFSET(p, mp, m_bLoaded);
-  EXPECT_SAME_OFFSET(p, mp, m_strTemp);
+TEST(Layout, FilesAndLogs) {
+  EXPECT_LAYOUT(CKAFile, MFile, FILE_MEMBERS);
+  EXPECT_LAYOUT(CKAPara, MPara, PARA);
+  EXPECT_LAYOUT(CKALog, MLog, LOG);
 }
 
-TEST(Layout, TimeRecords) {
-  CKATime t;
-  MTime mt{};
-  EXPECT_SAME_SIZE(CKATime, MTime);
-  EXPECT_SAME_OFFSET(t, mt, m_tTime);
+TEST(Layout, TimeLocksEventsLibraries) {
 #if defined(__arm__)
   EXPECT_EQ(sizeof(time_t), 4u);  // the armhf layouts hold a 32-bit time_t
 #endif
-
-  STimeInfo i{};
-  MTimeInfo mi{};
-  EXPECT_SAME_SIZE(STimeInfo, MTimeInfo);
-  EXPECT_SAME_OFFSET(i, mi, wYear);
-  EXPECT_SAME_OFFSET(i, mi, wMonth);
-  EXPECT_SAME_OFFSET(i, mi, wDay);
-  EXPECT_SAME_OFFSET(i, mi, wHour);
-  EXPECT_SAME_OFFSET(i, mi, wMinute);
-  EXPECT_SAME_OFFSET(i, mi, wSecond);
-  EXPECT_SAME_OFFSET(i, mi, wMilliseconds);
-  EXPECT_SAME_OFFSET(i, mi, wReserved);
-
-  SIntervalMTime s{};
-  MIntervalMTime ms{};
-  EXPECT_SAME_SIZE(SIntervalMTime, MIntervalMTime);
-  EXPECT_SAME_OFFSET(s, ms, tSecond);
-  EXPECT_SAME_OFFSET(s, ms, wMillisecond);
-}
-
-TEST(Layout, LocksEventsAndLibraries) {
+  EXPECT_LAYOUT(CKATime, MTime, TIME);
+  EXPECT_LAYOUT(STimeInfo, MTimeInfo, TIME_INFO, {});
+  EXPECT_LAYOUT(SIntervalMTime, MIntervalMTime, INTERVAL, {});
+  EXPECT_LAYOUT(CKAMutex, MMutex, MUTEX);
   CKAMutex mutex;
-  MMutex mm{};
-  EXPECT_SAME_SIZE(CKAMutex, MMutex);
-  EXPECT_SAME_OFFSET(mutex, mm, m_pMutex);
-
-  CKAAutoMutex guard(&mutex, false);
-  MAutoMutex mg{};
-  EXPECT_SAME_SIZE(CKAAutoMutex, MAutoMutex);
-  EXPECT_SAME_OFFSET(guard, mg, m_pMutex);
-  EXPECT_SAME_OFFSET(guard, mg, m_bLocked);
-
-  CKAEventSend send;
-  MEventSend ms{};
-  EXPECT_SAME_SIZE(CKAEventSend, MEventSend);
-  EXPECT_SAME_OFFSET(send, ms, m_mutex);
-  EXPECT_SAME_OFFSET(send, ms, m_pEvents);
-  EXPECT_SAME_OFFSET(send, ms, m_nSize);
-  EXPECT_SAME_OFFSET(send, ms, m_nCount);
-  EXPECT_SAME_OFFSET(send, ms, m_nWrite);
-  EXPECT_SAME_OFFSET(send, ms, m_nRead);
-
-  CKAEventWait wait(&send);
-  MEventWait mw{};
-  EXPECT_SAME_SIZE(CKAEventWait, MEventWait);
-  EXPECT_SAME_OFFSET(wait, mw, m_pEventSend);
-
-  CKALib lib;
-  MLib ml{};
-  EXPECT_SAME_SIZE(CKALib, MLib);
-  EXPECT_SAME_OFFSET(lib, ml, m_pHandle);
-  EXPECT_SAME_OFFSET(lib, ml, m_sLibName);
+  EXPECT_LAYOUT(CKAAutoMutex, MAutoMutex, AUTO_MUTEX, (&mutex, false));
+  EXPECT_LAYOUT(CKAEventSend, MEventSend, EVENT_SEND);
+  EXPECT_LAYOUT(CKAEventWait, MEventWait, EVENT_WAIT, (nullptr));
+  EXPECT_LAYOUT(CKALib, MLib, LIB);
 }
 
-TEST(Layout, Sockets) {
-  SKASocketPrivate p{};
-  MSocketPrivate mp{};
-  EXPECT_SAME_SIZE(SKASocketPrivate, MSocketPrivate);
-  EXPECT_SAME_OFFSET(p, mp, m_nSocket);
-
-  MTcp mt{};
-  CKATcpServer server;
-  EXPECT_SAME_SIZE(CKATcpServer, MTcp);
-  EXPECT_SAME_OFFSET(server, mt, m_pSocket);
-  EXPECT_SAME_OFFSET(server, mt, m_bOpen);
-  EXPECT_EQ(OffsetIn(server, server.m_bNeedListen), OffsetIn(mt, mt.m_bSecond));
-  CKATcpClient client;
-  EXPECT_SAME_SIZE(CKATcpClient, MTcp);
-  EXPECT_SAME_OFFSET(client, mt, m_pSocket);
-  EXPECT_SAME_OFFSET(client, mt, m_bOpen);
-  EXPECT_EQ(OffsetIn(client, client.m_bBlock), OffsetIn(mt, mt.m_bSecond));
-
-  CKAUdpServer userver;
-  MUdpServer mu{};
-  EXPECT_SAME_SIZE(CKAUdpServer, MUdpServer);
-  EXPECT_SAME_OFFSET(userver, mu, m_pSocket);
-  EXPECT_SAME_OFFSET(userver, mu, m_bOpen);
-  EXPECT_SAME_OFFSET(userver, mu, m_szGroup);
-  EXPECT_SAME_OFFSET(userver, mu, m_nMode);
-  CKAUdpClient uclient;
-  EXPECT_SAME_SIZE(CKAUdpClient, MTcp);
-  EXPECT_SAME_OFFSET(uclient, mt, m_pSocket);
-  EXPECT_SAME_OFFSET(uclient, mt, m_bOpen);
-  EXPECT_EQ(OffsetIn(uclient, uclient.m_bBlock), OffsetIn(mt, mt.m_bSecond));
+TEST(Layout, SocketsAndIdTables) {
+  EXPECT_LAYOUT(SKASocketPrivate, MSocketPrivate, SOCKET, {});
+  EXPECT_LAYOUT(CKATcpServer, MTcpServer, TCP_SERVER);
+  EXPECT_LAYOUT(CKATcpClient, MTcpClient, TCP_CLIENT);
+  EXPECT_LAYOUT(CKAUdpServer, MUdpServer, UDP_SERVER);
+  EXPECT_LAYOUT(CKAUdpClient, MTcpClient, TCP_CLIENT);
+  EXPECT_LAYOUT(CKAIDStr, MIDTable<MIDString>, ID_TABLE, (4));
+  EXPECT_LAYOUT(CKAID2Str, MIDTable<MID2String>, ID_TABLE, (4));
+  EXPECT_LAYOUT(IDString, MIDString, ID_STRING, {});
+  EXPECT_LAYOUT(ID2String, MID2String, ID2_STRING, {});
 }
 
-TEST(Layout, IdTables) {
-  CKAIDStr one(4);
-  MIDTable<MIDString> m1{};
-  EXPECT_SAME_SIZE(CKAIDStr, MIDTable<MIDString>);
-  EXPECT_SAME_OFFSET(one, m1, m_arItems);
-  EXPECT_SAME_OFFSET(one, m1, m_mapIndex);
-  EXPECT_SAME_OFFSET(one, m1, m_nNum);
-  EXPECT_SAME_OFFSET(one, m1, m_item);
-  EXPECT_SAME_SIZE(CKAIDStr::SIDSTRING, MIDString);
-  EXPECT_SAME_OFFSET(one.m_item, m1.m_item, nID);
-  EXPECT_SAME_OFFSET(one.m_item, m1.m_item, strText);
-
-  CKAID2Str two(4);
-  MIDTable<MID2String> m2{};
-  EXPECT_SAME_SIZE(CKAID2Str, MIDTable<MID2String>);
-  EXPECT_SAME_OFFSET(two, m2, m_arItems);
-  EXPECT_SAME_OFFSET(two, m2, m_mapIndex);
-  EXPECT_SAME_OFFSET(two, m2, m_nNum);
-  EXPECT_SAME_OFFSET(two, m2, m_item);
-  EXPECT_SAME_SIZE(CKAID2Str::SID2STRING, MID2String);
-  EXPECT_SAME_OFFSET(two.m_item, m2.m_item, nID);
-  EXPECT_SAME_OFFSET(two.m_item, m2.m_item, nID1);
-  EXPECT_SAME_OFFSET(two.m_item, m2.m_item, strText);
-}
-
-TEST(Layout, Logs) {
-  CKALog log;
-  MLog ml{};
-  EXPECT_SAME_SIZE(CKALog, MLog);
-  EXPECT_SAME_OFFSET(log, ml, m_mutex);
-  EXPECT_SAME_OFFSET(log, ml, m_file);
-  EXPECT_SAME_OFFSET(log, ml, m_strBase);
-}
-
-// A thread class whose slots record which function a virtual-table call reached.
-struct Probe : CKAThread {
-  static int s_destroyed;
-  static int s_ran;
-  ~Probe() override { ++s_destroyed; }
-  void Run() override { ++s_ran; }
-};
-int Probe::s_destroyed = 0;
-int Probe::s_ran = 0;
-
-// Itanium C++ ABI: [0] complete-object destructor, [1] deleting destructor, [2] the first
-// declared virtual function after the destructor.
-using Slot = void (*)(void*);
-Slot VirtualSlot(const void* object, int index) {
-  Slot const* table = *static_cast<Slot const* const*>(object);
-  return table[index];
-}
-
-// The virtual-table index a pointer to a virtual member function encodes (-1 when the function is
-// not virtual). x86: ptr = 1 + byte offset; ARM: ptr = byte offset and adj's low bit set.
+// The virtual-table index a pointer to a virtual member function encodes (-1 when the function
+// is not virtual). x86: ptr = 1 + byte offset; ARM: ptr = byte offset and adj's low bit set.
+// Slots 0 and 1 are the complete-object and deleting destructors.
 template <typename F>
 std::ptrdiff_t VirtualIndex(F function) {
   struct {
@@ -464,33 +300,34 @@ std::ptrdiff_t VirtualIndex(F function) {
 #endif
 }
 
-TEST(Layout, ThreadVirtualTableHoldsDestructorThenRun) {
+// A thread class whose functions count the calls that reach them through the virtual table.
+struct Probe : CKAThread {
+  static int destroyed, ran;
+  ~Probe() override { ++destroyed; }
+  void Run() override { ++ran; }
+};
+int Probe::destroyed = 0;
+int Probe::ran = 0;
+
+using Slot = void (*)(void*);
+Slot VirtualSlot(const void* object, int index) {
+  return (*static_cast<Slot const* const*>(object))[index];
+}
+
+TEST(Layout, ThreadVirtualTablesHoldDestructorThenRun) {
   EXPECT_EQ(VirtualIndex(&CKAThread::Run), 2);
   EXPECT_EQ(VirtualIndex(&CKALogThread::Run), 2);
 
   alignas(Probe) unsigned char storage[sizeof(Probe)];
   Probe* probe = new (storage) Probe;
-  Probe::s_destroyed = Probe::s_ran = 0;
   VirtualSlot(probe, 2)(probe);
-  EXPECT_EQ(Probe::s_ran, 1);
-  EXPECT_EQ(Probe::s_destroyed, 0);
+  EXPECT_EQ(Probe::ran, 1);
+  EXPECT_EQ(Probe::destroyed, 0);
   VirtualSlot(probe, 0)(probe);  // destroys the object in place
-  EXPECT_EQ(Probe::s_destroyed, 1);
-  EXPECT_EQ(Probe::s_ran, 1);
+  EXPECT_EQ(Probe::destroyed, 1);
+  EXPECT_EQ(Probe::ran, 1);
 
-  // CKALogThread: its own layout after the base, and the same two slots.
-  CKALogThread* thread = new CKALogThread;
-  CKALogThread& lt = *thread;
-  EXPECT_EQ(sizeof(CKALogThread), sizeof(MLogThread));
-  alignas(MLogThread) unsigned char mstorage[sizeof(MLogThread)] = {};
-  MLogThread& mm = *reinterpret_cast<MLogThread*>(mstorage);
-  EXPECT_SAME_OFFSET(lt, mm, m_pThread);
-  EXPECT_SAME_OFFSET(lt, mm, m_pParam);
-  EXPECT_SAME_OFFSET(lt, mm, m_bRun);
-  EXPECT_SAME_OFFSET(lt, mm, m_log);
-  EXPECT_SAME_OFFSET(lt, mm, m_mutex);
-  EXPECT_SAME_OFFSET(lt, mm, m_vecLog);
-  delete thread;
+  EXPECT_LAYOUT(CKALogThread, MLogThread, LOG_THREAD);
 }
 
 }  // namespace

@@ -1,21 +1,20 @@
+#include "zu_mutex_unix.h"
+
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
-#include <vector>
 
-#include "zu_mutex_unix.h"
+#include "test_util.h"
 
 namespace {
 
 // Whether another thread can take the mutex at this moment (it releases it again at once).
 bool FreeForOtherThread(CKAMutex& mutex) {
   bool got = false;
-  std::thread other([&] {
+  std::thread([&] {
     got = mutex.TryLock();
     if (got) mutex.Unlock();
-  });
-  other.join();
+  }).join();
   return got;
 }
 
@@ -36,17 +35,13 @@ TEST(CKAMutex, IsRecursiveAndNeedsOneUnlockPerLock) {
 
 TEST(CKAMutex, SerialisesIncrementsFromSeveralThreads) {
   CKAMutex mutex;
-  long counter = 0;  // plain on purpose: ThreadSanitizer checks the mutex guards it
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 10000; ++i) {
-        mutex.Lock();
-        ++counter;
-        mutex.Unlock();
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  long counter = 0;  // plain on purpose: ThreadSanitizer checks that the mutex guards it
+  zutest::RunThreads(4, [&](int) {
+    for (int i = 0; i < 10000; ++i) {
+      mutex.Lock();
+      ++counter;
+      mutex.Unlock();
+    }
+  });
   EXPECT_EQ(40000, counter);
 }

@@ -12,18 +12,21 @@ check() {
   cmake --workflow --preset "$preset" >/dev/null
   local lib=$dir/libzustd1_1.0.0_${arch}.deb dev=$dir/libzustd-dev_1.0.0_${arch}.deb
   [ -f "$lib" ] && [ -f "$dev" ] || fail "$preset: packages missing"
+  local lib_files dev_files
+  lib_files=$(dpkg-deb -c "$lib")  # listed once: grep -q on a pipe would break dpkg-deb's pipe
+  dev_files=$(dpkg-deb -c "$dev")
   [ "$(field "$lib" Architecture)" = "$arch" ] || fail "$lib: wrong architecture"
   [ "$(field "$dev" Architecture)" = "$arch" ] || fail "$dev: wrong architecture"
   field "$lib" Depends | grep -q 'libc6' || fail "$lib: Depends lacks libc6"
   field "$dev" Depends | grep -qx 'libzustd1 (= 1.0.0)' || fail "$dev: wrong Depends"
-  dpkg-deb -c "$lib" | grep -q "usr/lib/$multiarch/libzustd.so.1.0.0" || fail "$lib: library path"
-  dpkg-deb -c "$lib" | grep -q "usr/lib/$multiarch/libzustd.so.1 -> libzustd.so.1.0.0" ||
+  grep -q <<<"$lib_files" "usr/lib/$multiarch/libzustd.so.1.0.0" || fail "$lib: library path"
+  grep -q <<<"$lib_files" "usr/lib/$multiarch/libzustd.so.1 -> libzustd.so.1.0.0" ||
     fail "$lib: soname link"
-  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/libzustd.so -> libzustd.so.1" ||
+  grep -q <<<"$dev_files" "usr/lib/$multiarch/libzustd.so -> libzustd.so.1" ||
     fail "$dev: development link"
-  dpkg-deb -c "$dev" | grep -q "usr/include/zustd/zustd.h" || fail "$dev: headers"
-  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/pkgconfig/zustd.pc" || fail "$dev: zustd.pc"
-  dpkg-deb -c "$dev" | grep -q "usr/lib/$multiarch/cmake/zustd/zustdConfig.cmake" ||
+  grep -q <<<"$dev_files" "usr/include/zustd/zustd.h" || fail "$dev: headers"
+  grep -q <<<"$dev_files" "usr/lib/$multiarch/pkgconfig/zustd.pc" || fail "$dev: zustd.pc"
+  grep -q <<<"$dev_files" "usr/lib/$multiarch/cmake/zustd/zustdConfig.cmake" ||
     fail "$dev: CMake package"
   local ctl; ctl=$(mktemp -d)
   dpkg-deb -e "$lib" "$ctl"

@@ -2,7 +2,8 @@
 # Runs one libFuzzer target for a number of minutes, or merges its findings into the
 # committed corpus.
 #   tools/fuzz.sh <target> <minutes> [libFuzzer options...]   fuzz (new inputs kept in build/fuzz/work/<target>)
-#   tools/fuzz.sh <target> merge [N]                          minimise the N (60) largest finds + the corpus into fuzz/corpus/<target>
+#   tools/fuzz.sh <target> merge [N]                          minimise the N (60) largest finds + the corpus into
+#                                                             fuzz/corpus/<target> (files named keep-* are kept)
 #   tools/fuzz.sh list                                        the targets
 # Targets: string token base64 para expression. Builds the preset "fuzz" (clang-14,
 # AddressSanitizer + UndefinedBehaviorSanitizer) first. Crashes, leaks, time-outs (10 s) and
@@ -13,7 +14,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 targets=(string token base64 para expression)
 declare -A max_len=([string]=512 [token]=1024 [base64]=1024 [para]=4096 [expression]=512)
 
-usage() { sed -n '2,9p' "${BASH_SOURCE[0]}" | sed 's/^# \{0,1\}//'; exit 2; }
+usage() { sed -n '2,10p' "${BASH_SOURCE[0]}" | sed 's/^# \{0,1\}//'; exit 2; }
 [ $# -ge 1 ] || usage
 if [ "$1" = list ]; then printf '%s\n' "${targets[@]}"; exit 0; fi
 [ $# -ge 2 ] || usage
@@ -42,7 +43,8 @@ if [ "$what" = merge ]; then
   { ls -S "$work" || true; } | head -n "$top" | while read -r f; do cp "$work/$f" "$pool/"; done
   cp "$corpus"/* "$pool"/ 2>/dev/null || true
   "$bin" -merge=1 -use_counters=0 -max_len="${max_len[$target]}" "$out" "$pool" 2>&1 | grep 'MERGE-OUTER: .* new files'
-  rm -f "$corpus"/*
+  # Hand-written hostile inputs (keep-*) stay whatever their coverage.
+  find "$corpus" -maxdepth 1 -type f ! -name 'keep-*' -delete
   for f in "$out"/*; do cp "$f" "$corpus/$(sha1sum "$f" | cut -c1-16)"; done
   echo "$(ls "$corpus" | wc -l) inputs, $(cat "$corpus"/* | wc -c) bytes in $corpus"
   exit 0
