@@ -272,7 +272,8 @@ double SystemSquare(double x) {
 // bits of its significand cleared: hi * hi and hi * lo are exact, lo * lo is rounded by at
 // most 2^-52 units (units in the last place of p), so the computed e is within 2^-50 units of
 // the true one, whether or not the compiler fuses multiplications and additions. The
-// system's pow is within 0.54 units of the exact result, so when |e| <= 7/16 unit and p is
+// system's pow (glibc) is within 0.54 units of the exact result (up to 0.509 seen on 300
+// million inputs on x86-64 and 20 million on armhf), so when |e| <= 7/16 unit and p is
 // not a power of two (both neighbours a whole unit away) pow cannot return anything but p:
 // every other double is more than 9/16 unit from the exact square. Elsewhere (huge, tiny,
 // zero, infinite or NaN x, or e near half a unit: about one input in eight) pow is called.
@@ -521,17 +522,20 @@ class ValueStack {
 enum BinaryForm : int { kVV, kVC, kCV, kTV, kTC, kVT, kCT, kST, kBinaryForms };
 enum UnaryForm : int { kT, kV, kUnaryForms };
 
+// clang-format off
 enum Op : std::uint32_t {
   kOpEnd,
   kOpLoadVar,
   kOpLoadConst,
-#define ZU_BINARY_ENUM(name)                                                                 \
+#define ZU_BINARY_ENUM(name) \
   kOpVV##name, kOpVC##name, kOpCV##name, kOpTV##name, kOpTC##name, kOpVT##name, kOpCT##name, \
-      kOpST##name,
+  kOpST##name,
   ZU_BINARY_OPS(ZU_BINARY_ENUM)
 #define ZU_UNARY_ENUM(name) kOpT##name, kOpV##name,
-      ZU_UNARY_OPS(ZU_UNARY_ENUM) kOpInvalid,  // also stands for every code beyond it
+  ZU_UNARY_OPS(ZU_UNARY_ENUM)
+  kOpInvalid,  // also stands for every code beyond it
 };
+// clang-format on
 #undef ZU_BINARY_ENUM
 #undef ZU_UNARY_ENUM
 
@@ -712,7 +716,7 @@ void StoreInstr(unsigned char* to, const Instr& in) {
   const std::uint32_t op = in.op;
   std::memcpy(to, &op, 4);
   std::memcpy(to + 4, &in.a, 4);
-  if (in.b != 0) {
+  if (in.b != 0) {  // a second variable (offsets are never 0); else the number, if any
     std::memcpy(to + 8, &in.b, 4);
   } else {
     std::memcpy(to + 8, &in.value, 8);
@@ -793,18 +797,18 @@ double F64At(const unsigned char* p) {
 // Runs a compiled program: each instruction jumps straight to the next one's code. The top
 // value is held apart (in a register); below[d - 1] is the value under it.
 int RunProgram(const unsigned char* ip, const SVarOperand* vars, double& result) {
+  // clang-format off
   static const void* const kTargets[] = {
-      &&L_End,
-      &&L_LoadVar,
-      &&L_LoadConst,
-#define ZU_BINARY_TARGETS(name)                                                       \
-  &&L_VV##name, &&L_VC##name, &&L_CV##name, &&L_TV##name, &&L_TC##name, &&L_VT##name, \
+      &&L_End, &&L_LoadVar, &&L_LoadConst,
+#define ZU_BINARY_TARGETS(name) \
+      &&L_VV##name, &&L_VC##name, &&L_CV##name, &&L_TV##name, &&L_TC##name, &&L_VT##name, \
       &&L_CT##name, &&L_ST##name,
       ZU_BINARY_OPS(ZU_BINARY_TARGETS)
 #define ZU_UNARY_TARGETS(name) &&L_T##name, &&L_V##name,
-              ZU_UNARY_OPS(ZU_UNARY_TARGETS) &&
-          L_Invalid,
+      ZU_UNARY_OPS(ZU_UNARY_TARGETS)
+      &&L_Invalid,
   };
+  // clang-format on
 #undef ZU_BINARY_TARGETS
 #undef ZU_UNARY_TARGETS
   static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpInvalid + 1, "one target per op");
