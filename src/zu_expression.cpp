@@ -796,7 +796,13 @@ double F64At(const unsigned char* p) {
 
 // Runs a compiled program: each instruction jumps straight to the next one's code. The top
 // value is held apart (in a register); below[d - 1] is the value under it.
-int RunProgram(const unsigned char* ip, const SVarOperand* vars, double& result) {
+// The outcome of a compiled program, returned in registers.
+struct Outcome {
+  int rc;
+  double value;
+};
+
+Outcome RunProgram(const unsigned char* ip, const SVarOperand* vars) {
   // clang-format off
   static const void* const kTargets[] = {
       &&L_End, &&L_LoadVar, &&L_LoadConst,
@@ -830,10 +836,9 @@ int RunProgram(const unsigned char* ip, const SVarOperand* vars, double& result)
   op = U32At(ip);
   goto* kTargets[op < kOpInvalid ? op : kOpInvalid];
 L_End:
-  result = top;
-  return 1;
+  return {1, top};
 L_Invalid:
-  return -1;
+  return {-1, 0.0};
 L_LoadVar:
   ZU_PUSH;
   top = ZU_VAR(4);
@@ -873,12 +878,12 @@ L_LoadConst:
   L_ST##name : top = ApplyBinary(k##name, below[--depth], top); \
   ZU_NEXT;
   ZU_BINARY_OPS(ZU_BINARY_CODE)
-#define ZU_UNARY_CODE(name)                                                             \
-  L_V##name : ZU_PUSH;                                                                  \
-  top = ZU_VAR(4);                                                                      \
-  goto L_T##name;                                                                       \
-  L_T##name : if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
-  top = ApplyUnary(k##name, top);                                                       \
+#define ZU_UNARY_CODE(name)                                                                    \
+  L_V##name : ZU_PUSH;                                                                         \
+  top = ZU_VAR(4);                                                                             \
+  goto L_T##name;                                                                              \
+  L_T##name : if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return {rc, 0.0}; \
+  top = ApplyUnary(k##name, top);                                                              \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
 #undef ZU_BINARY_CODE
@@ -887,6 +892,16 @@ L_LoadConst:
 #undef ZU_CONST
 #undef ZU_NEXT
 #undef ZU_PUSH
+}
+
+// Evaluate for tokens without a compiled form (or edited since).
+[[gnu::noinline]] int EvaluateTokens(const CKAArray<SToken>& polish, int var_count,
+                                     const CKAArray<SVarOperand>& table, double& result_out) {
+  const int vars = std::max(0, std::min(var_count, table.m_nCount));
+  double result = 0.0;
+  const int rc = RunPolish(polish.m_pData, polish.m_nCount, table.m_pData, vars, result);
+  if (rc == 1) result_out = result;
+  return rc;
 }
 
 }  // namespace
@@ -1165,19 +1180,13 @@ int CKAExpression::GetExpression(CKAString& str) {
 // ---- Evaluation ----
 
 int CKAExpression::Evaluate(double& dResult) {
-  dResult = 0.0;
+  dResult = 0.0;  // first: dResult may be one of the variables
   const int count = m_arPolish.m_nCount;
   if (count < 1 || !m_arPolish.m_pData) return -1;
-  double result = 0.0;
-  int rc;
   const unsigned char* program = nullptr;
   if (m_nVarCount == m_arVarOperand.m_nCount) program = FindProgram(m_arPolish, m_arVarOperand);
-  if (program) {
-    rc = RunProgram(program, m_arVarOperand.m_pData, result);
-  } else {
-    const int vars = std::max(0, std::min(m_nVarCount, m_arVarOperand.m_nCount));
-    rc = RunPolish(m_arPolish.m_pData, count, m_arVarOperand.m_pData, vars, result);
-  }
-  if (rc == 1) dResult = result;
-  return rc;
+  if (!program) return EvaluateTokens(m_arPolish, m_nVarCount, m_arVarOperand, dResult);
+  const Outcome outcome = RunProgram(program, m_arVarOperand.m_pData);
+  if (outcome.rc == 1) dResult = outcome.value;
+  return outcome.rc;
 }
