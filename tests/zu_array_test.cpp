@@ -37,6 +37,7 @@ TEST(CKAArray, GrowsOneSlotAtATimeThenByHalf) {
   CKAArray<int> a;
   EXPECT_EQ(a.m_pData, nullptr);
   EXPECT_EQ(a.m_nGrowBy, 50);
+  EXPECT_EQ(After(true, a), "1: /0");
   std::string sizes = "0", five;
   for (int i = 0, last = 0; i < 28; ++i) {
     ASSERT_TRUE(a.AddBefore(i, i));

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "zu_dict.h"
 #include "zu_string.h"
@@ -28,6 +29,13 @@ std::string Get(const CKADict<int>& dict, std::initializer_list<const char*> key
   return out;
 }
 
+// The result of each Add in order, '1' for stored and '0' for refused.
+std::string Add(CKADict<int>& dict, std::initializer_list<std::pair<const char*, int>> entries) {
+  std::string out;
+  for (const auto& e : entries) out += dict.Add(e.first, e.second) ? '1' : '0';
+  return out;
+}
+
 }  // namespace
 
 TEST(CKADictGetHashKey, WeighsEachUnsignedByteByItsPositionAndWraps) {
@@ -47,16 +55,12 @@ TEST(CKADict, RefusesDuplicatesKeepsFirstValueAndComparesCaseSensitively) {
   CKADict<int> dict;
   EXPECT_EQ(dict.m_nHashSize, 64u);
   EXPECT_EQ(Get(dict, {"SIN", nullptr}), "miss miss ");
-  EXPECT_TRUE(dict.Add("SIN", 1));
-  EXPECT_FALSE(dict.Add("SIN", 2));
-  EXPECT_TRUE(dict.Add("sin", 3));
-  EXPECT_TRUE(dict.Add("", 5));  // stored without a key text
-  EXPECT_FALSE(dict.Add("", 6));
-  EXPECT_FALSE(dict.Add(nullptr, 6));
+  EXPECT_EQ(Add(dict, {{"SIN", 1}, {"SIN", 2}, {"sin", 3}, {"", 5}, {"", 6}, {nullptr, 6}}),
+            "101100");
   EXPECT_EQ(Get(dict, {"SIN", "sin", "", "Sin"}), "1 3 5 miss ");
   EXPECT_EQ(dict.GetCount(), 3);
-  EXPECT_EQ(dict.m_lstNode.m_pTail->m_Data.m_pKey, nullptr);
-  char key[] = "PI";  // keys are copied
+  EXPECT_EQ(dict.m_lstNode.m_pTail->m_Data.m_pKey, nullptr);  // the empty key has no text
+  char key[] = "PI";                                          // keys are copied
   dict.Add(key, 4);
   key[0] = 'X';
   EXPECT_EQ(Get(dict, {"PI"}), "4 ");
@@ -64,16 +68,14 @@ TEST(CKADict, RefusesDuplicatesKeepsFirstValueAndComparesCaseSensitively) {
 
 TEST(CKADict, EntriesOfOneBucketStandTogetherInInsertionOrder) {
   CKADict<int> dict(8);  // "a", "i", "q" -> bucket 1; "b" -> 2; "c" -> 3
-  int i = 0;
-  for (const char* key : {"a", "b", "i", "c", "q"}) ASSERT_TRUE(dict.Add(key, i++));
+  EXPECT_EQ(Add(dict, {{"a", 0}, {"b", 1}, {"i", 2}, {"c", 3}, {"q", 4}}), "11111");
   EXPECT_EQ(Keys(dict), "a i q b c ");
   EXPECT_EQ(dict.m_pHashTable[1].m_nCount, 3);
   EXPECT_EQ(dict.m_pHashTable[0].m_nCount, 0);
   EXPECT_EQ(Get(dict, {"q", "c", "i", "b", "a", "y"}), "4 3 2 1 0 miss ");  // y: bucket 1
   dict.Empty();
   EXPECT_EQ(Get(dict, {"a"}), "miss ");
-  EXPECT_TRUE(dict.Add("i", 3));
-  EXPECT_TRUE(dict.Add("a", 4));
+  EXPECT_EQ(Add(dict, {{"i", 3}, {"a", 4}}), "11");
   EXPECT_EQ(Keys(dict), "i a ");
 }
 
@@ -114,6 +116,7 @@ TEST(CKADict, CopiesKeepOrderAndOwnTheirKeys) {
   EXPECT_STREQ(b.m_pKey, "KEY");
   EXPECT_STREQ(a.m_pKey, "KEY");
   EXPECT_NE(b.m_pKey, a.m_pKey);
+  EXPECT_EQ(b.m_Value, 1);
   CKADict<CKAString> texts(4);  // values that own heap text (checked under ASan)
   for (int i = 0; i < 12; ++i)
     texts.Add(("key" + std::to_string(i)).c_str(), CKAString('x', i + 1));

@@ -105,26 +105,19 @@ TEST(CKAIDStr, EmptyTablesGiveZeroAndEmptyTextAndAcceptIdsAgain) {
 TEST(CKAIDStr, HundredEntriesInATableOfFour) {
   CKAIDStr one(4);
   CKAID2Str two(4);
-  std::string expectOne, expectTwo;
   for (int i = 0; i < 100; ++i) {
-    const std::string text = std::to_string(i);
-    ASSERT_TRUE(one.Add(1000 - 7 * i, text.c_str(), false));
-    ASSERT_TRUE(two.Add(-i, i % 3, text.c_str(), false));
-    expectOne += std::to_string(1000 - 7 * i) + " " + text + ";";
-    expectTwo += std::to_string(-i) + " " + std::to_string(i % 3) + " " + text + ";";
+    ASSERT_TRUE(one.Add(1000 - 7 * i, std::to_string(i).c_str(), false));
+    ASSERT_TRUE(two.Add(-i, i % 3, std::to_string(i).c_str(), false));
   }
-  EXPECT_EQ(one.GetNum() + two.GetNum(), 200);
   EXPECT_EQ(one.m_arItems.m_nSize, 141);  // 4, 6, 9, 13, 19, 28, 42, 63, 94, 141
   EXPECT_EQ(two.m_arItems.m_nSize, 141);
-  std::string gotOne, gotTwo;
+  EXPECT_EQ(one.GetNum() + two.GetNum(), 200);
   for (int i = 0; i < 100; ++i) {
-    gotOne += ByIndex(one, {i});
-    gotTwo += ByIndex(two, {i});
-    ASSERT_EQ(Text(one.GetStringById(1000 - 7 * i)), std::to_string(i));
-    ASSERT_EQ(Text(two.GetStringById(-i)), std::to_string(i));
+    const std::string n = std::to_string(i);
+    ASSERT_EQ(ByIndex(one, {i}), std::to_string(1000 - 7 * i) + " " + n + ";");
+    ASSERT_EQ(ByIndex(two, {i}), std::to_string(-i) + " " + std::to_string(i % 3) + " " + n + ";");
+    ASSERT_EQ(Text(one.GetStringById(1000 - 7 * i)) + Text(two.GetStringById(-i)), n + n);
   }
-  EXPECT_EQ(gotOne, expectOne);
-  EXPECT_EQ(gotTwo, expectTwo);
 }
 
 TEST(CKAIDStr, CopiesAreIndependent) {

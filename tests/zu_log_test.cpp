@@ -28,22 +28,17 @@ std::string Now() {
 
 // Replaces every "<YYYY-MM-DD HH:MM:SS>" by "<T>", checking that the stamp lies between the
 // times taken before and after the writes (the format sorts as text).
-std::string MaskStamps(const std::string& bytes, const std::string& from, const std::string& to) {
-  std::string out;
-  size_t pos = 0;
-  for (size_t lt; (lt = bytes.find('<', pos)) != std::string::npos;) {
+std::string MaskStamps(std::string bytes, const std::string& from, const std::string& to) {
+  for (size_t lt = 0; (lt = bytes.find('<', lt)) != std::string::npos; ++lt) {
     const std::string stamp = bytes.substr(lt + 1, 19);
-    static const char kShape[] = "dddd-dd-dd dd:dd:dd";
-    bool masked = stamp.size() == 19 && lt + 20 < bytes.size() && bytes[lt + 20] == '>';
-    for (size_t i = 0; masked && i < 19; ++i) {
-      masked =
-          kShape[i] == 'd' ? isdigit(static_cast<unsigned char>(stamp[i])) : stamp[i] == kShape[i];
-    }
-    out.append(bytes, pos, lt - pos) += masked ? "<T>" : "<";
-    pos = masked ? lt + 21 : lt + 1;
-    EXPECT_TRUE(!masked || (from <= stamp && stamp <= to)) << stamp;
+    std::string shape = stamp;
+    for (char& c : shape) c = isdigit(static_cast<unsigned char>(c)) ? 'd' : c;
+    if (shape != "dddd-dd-dd dd:dd:dd" || bytes.size() <= lt + 20 || bytes[lt + 20] != '>')
+      continue;
+    EXPECT_TRUE(from <= stamp && stamp <= to) << stamp;
+    bytes.replace(lt + 1, 19, "T");
   }
-  return out.append(bytes, pos, std::string::npos);
+  return bytes;
 }
 
 // A log thread that can be stopped and waited for, so that it may be destroyed safely.

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "zu_map.h"
 #include "zu_string.h"
@@ -26,6 +27,13 @@ std::string Get(const CKAMap<int, int>& map, std::initializer_list<int> keys) {
   return out;
 }
 
+// The result of each Add in order, '1' for stored and '0' for refused.
+std::string Add(CKAMap<int, int>& map, std::initializer_list<std::pair<int, int>> entries) {
+  std::string out;
+  for (const auto& e : entries) out += map.Add(e.first, e.second) ? '1' : '0';
+  return out;
+}
+
 }  // namespace
 
 TEST(CKAMap, NegativeKeysHashByTheirUnsignedValue) {
@@ -33,10 +41,7 @@ TEST(CKAMap, NegativeKeysHashByTheirUnsignedValue) {
   EXPECT_EQ(Get(map, {3}), "miss ");
   EXPECT_EQ(map.GetHashKey(-7), 9u);  // 4294967289 % 10
   EXPECT_EQ(map.GetHashKey(13), 3u);
-  EXPECT_TRUE(map.Add(3, 30));
-  EXPECT_TRUE(map.Add(-7, -70));
-  EXPECT_TRUE(map.Add(13, 130));
-  EXPECT_FALSE(map.Add(3, 31));
+  EXPECT_EQ(Add(map, {{3, 30}, {-7, -70}, {13, 130}, {3, 31}}), "1110");
   EXPECT_EQ(map.m_pHashTable[3].m_nCount, 2);
   EXPECT_EQ(map.m_pHashTable[9].m_nCount, 1);
   EXPECT_EQ(Keys(map), "3 13 -7 ");
@@ -46,16 +51,14 @@ TEST(CKAMap, NegativeKeysHashByTheirUnsignedValue) {
 
 TEST(CKAMap, EmptyKeepsTheBucketsAndAcceptsOldKeysAgain) {
   CKAMap<int, int> map(10);
-  map.Add(1, 10);
-  map.Add(11, 110);
+  EXPECT_EQ(Add(map, {{1, 10}, {11, 110}}), "11");
   map.Empty();
   EXPECT_EQ(map.GetCount(), 0);
   EXPECT_EQ(map.m_lstNode.m_pHead, nullptr);
   EXPECT_EQ(map.m_nHashSize, 10u);
   EXPECT_EQ(map.m_pHashTable[1].m_nCount, 0);
   EXPECT_EQ(Get(map, {1}), "miss ");
-  EXPECT_TRUE(map.Add(11, 111));
-  EXPECT_TRUE(map.Add(1, 11));
+  EXPECT_EQ(Add(map, {{11, 111}, {1, 11}}), "11");
   EXPECT_EQ(Get(map, {1, 11}), "11 111 ");
   EXPECT_EQ(Keys(map), "11 1 ");
 }
@@ -78,7 +81,7 @@ TEST(CKAMap, FourBucketsHoldAHundredInOneRunEachAndZeroBucketsActAsOne) {
   for (unsigned int b = 0; b < 4; ++b) EXPECT_EQ(map.m_pHashTable[b].m_nCount, 25) << b;
   CKAMap<int, int> one(0);
   EXPECT_EQ(one.m_nHashSize, 1u);
-  EXPECT_TRUE(one.Add(-1, 1) && one.Add(1, 2));
+  EXPECT_EQ(Add(one, {{-1, 1}, {1, 2}}), "11");
   EXPECT_EQ(Get(one, {-1, 1}), "1 2 ");
 }
 

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,25 +65,6 @@ int ConnectWhenListening(unsigned short port) {
   return -1;
 }
 
-// A thread that is joined however the test ends. A peer still waiting in Listen is released
-// by one throw-away connection first.
-class PeerThread {
- public:
-  PeerThread(std::thread thread, unsigned short port) : thread_(std::move(thread)), port_(port) {}
-  ~PeerThread() { Join(); }
-  void Join() {
-    if (!thread_.joinable()) return;
-    if (!done_) close(ConnectWhenListening(port_));
-    thread_.join();
-  }
-  void MarkConnected() { done_ = true; }
-
- private:
-  std::thread thread_;
-  unsigned short port_;
-  bool done_ = false;
-};
-
 // A server on a fresh port that is already listening (its first Listen took one throw-away
 // connection), so that clients never race the listen call.
 class TcpFixture : public ::testing::Test {
@@ -102,31 +82,39 @@ class TcpFixture : public ::testing::Test {
     close(fd);
   }
   void TearDown() override {
-    peer_.reset();
+    JoinPeer();
     client_.Close();
     server_.Close();
+  }
+  // Joins the peer however the test ended: one still waiting in Listen is released by a
+  // throw-away connection first.
+  void JoinPeer() {
+    if (!peer_.joinable()) return;
+    if (!connected_) close(ConnectWhenListening(port_));
+    peer_.join();
   }
 
   // Accepts one connection on another thread and runs peer(accepted) there; connects client_
   // (opened afresh, non-blocking when asked) to it.
   void Connect(std::function<void(CKATcpClient&)> peer, bool blocking = true) {
-    peer_.reset(new PeerThread(std::thread([this, peer] {
-                                 CKATcpClient accepted;
-                                 if (!server_.Listen(&accepted, 1)) return;  // backlog ignored
-                                 peer(accepted);
-                                 accepted.Close();
-                               }),
-                               port_));
+    connected_ = false;
+    peer_ = std::thread([this, peer] {
+      CKATcpClient accepted;
+      if (!server_.Listen(&accepted, 1)) return;  // later backlogs are ignored
+      peer(accepted);
+      accepted.Close();
+    });
     ASSERT_TRUE(client_.Open());
     EXPECT_TRUE(client_.IsValid());
     ASSERT_TRUE(blocking || client_.SetBlockMode(false));
     ASSERT_EQ(0, client_.Connect("127.0.0.1", port_, 5000));
-    peer_->MarkConnected();
+    connected_ = true;
   }
 
   CKATcpServer server_;
   CKATcpClient client_;
-  std::unique_ptr<PeerThread> peer_;
+  std::thread peer_;
+  bool connected_ = false;
   unsigned short port_ = 0;
 };
 
@@ -145,7 +133,7 @@ TEST_F(TcpFixture, EchoesWholeBuffersFromOneByteToOneMegabyte) {
       EXPECT_EQ(0, client_.WriteAll(sent.data(), size, 10000));
       EXPECT_EQ(0, client_.ReadAll(back.data(), size, 10000));
       EXPECT_EQ(sent, back);
-      peer_->Join();
+      JoinPeer();
       client_.Close();
       EXPECT_FALSE(client_.IsValid());
     }
@@ -176,7 +164,7 @@ TEST_F(TcpFixture, ReadTimesOutOnlyWhenAsked) {
 
 TEST_F(TcpFixture, PeerClosingMidReadCountsAsNoData) {
   Connect([](CKATcpClient& c) { c.WriteAll("half", 4, 1000); });
-  peer_->Join();
+  JoinPeer();
   char buf[8];
   const Clock::time_point start = Clock::now();
   EXPECT_EQ(-2, client_.ReadAll(buf, sizeof buf, 200));
@@ -192,7 +180,7 @@ TEST_F(TcpFixture, PeerClosingMidWriteGivesErrorAndProcessSurvives) {
   });
   const std::vector<char> big = Pattern(16 << 20);
   EXPECT_EQ(-1, client_.WriteAll(big.data(), static_cast<int>(big.size()), 20000));
-  peer_->Join();
+  JoinPeer();
   // Once the peer is gone every further write fails with -1 (EPIPE), without SIGPIPE.
   EXPECT_EQ(-1, client_.WriteAll("x", 1, 100));
 }
@@ -327,35 +315,14 @@ TEST_F(UdpFixture, UnicastRoundTripReportsPortsInNetworkOrder) {
     ASSERT_EQ(size, server_.RecvFrom(got.data(), 65536, ip, &from));
     EXPECT_EQ(sent, std::vector<char>(got.begin(), got.begin() + size));
     EXPECT_STREQ("127.0.0.1", ip);
-    // The caller swaps the port itself to answer.
+    // The sender's port comes in network order: the caller swaps it itself to answer, so the
+    // reply arrives only if it does.
     EXPECT_EQ(size, server_.SendTo(got.data(), size, ip, ntohs(from)));
     EXPECT_EQ(0, client_.RecvFrom(back.data(), 65536, 5000, ip2, &port2));  // not the length
     EXPECT_EQ(sent, std::vector<char>(back.begin(), back.begin() + size));
     EXPECT_STREQ("127.0.0.1", ip2);
     EXPECT_EQ(htons(port_), port2);
   }
-}
-
-TEST_F(UdpFixture, SenderPortIsTheRawNetworkOrderField) {
-  const int raw = socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in sa = Loopback(5000);
-  if (bind(raw, Raw(&sa), sizeof sa) != 0) {
-    sa.sin_port = 0;  // 5000 is taken: any port shows the same thing
-    ASSERT_EQ(0, bind(raw, Raw(&sa), sizeof sa));
-    socklen_t len = sizeof sa;
-    getsockname(raw, Raw(&sa), &len);
-  }
-  sockaddr_in to = Loopback(port_);
-  ASSERT_EQ(2, sendto(raw, "hi", 2, 0, Raw(&to), sizeof to));
-  char buf[4], ip[16];
-  unsigned short port = 0;
-  EXPECT_EQ(2, server_.RecvFrom(buf, sizeof buf, ip, &port));
-  EXPECT_EQ(sa.sin_port, port);
-  const unsigned short one = 1;
-  if (*reinterpret_cast<const unsigned char*>(&one) == 1 && ntohs(sa.sin_port) == 5000) {
-    EXPECT_EQ(0x8813, port);  // little-endian host
-  }
-  close(raw);
 }
 
 TEST_F(UdpFixture, EmptyDatagramMissingSenderFieldsAndClientTimeouts) {
@@ -402,7 +369,6 @@ TEST_F(UdpFixture, BadArgumentsAndClosedObjects) {
   EXPECT_STREQ("0.0.0.0", ip);
   EXPECT_EQ(0, port);
   EXPECT_FALSE(client_.SetBlockMode(false));
-  EXPECT_FALSE(client_.IsValid());
 }
 
 // Whether a plain socket (no SO_REUSEADDR) can bind the port: false when anyone holds it.

@@ -9,6 +9,8 @@ TEST(CKAStack, FullStackRefusesAndPopsLastInFirstOut) {
   CKAStack<double> fresh(128);
   EXPECT_NE(fresh.m_pData, nullptr);
   EXPECT_EQ(fresh.m_nTop, -1);
+  EXPECT_EQ(fresh.m_nCount, 0);
+  EXPECT_EQ(fresh.m_nMaxSize, 128);
   CKAStack<int> stack(2);
   EXPECT_TRUE(stack.Push(1));
   EXPECT_TRUE(stack.Push(2));

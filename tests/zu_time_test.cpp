@@ -60,21 +60,17 @@ TEST_F(CKATimeTest, FieldsAreTakenAsStandardTime) {
 }
 
 TEST_F(CKATimeTest, TextSetTimeNormalisesUncheckedFieldsAndRefusesNull) {
-  struct Case {
-    const char* in;
-    const char* text;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"2023-01-01 00:60:00", "2023-01-01 01:00:00"},
       {"2023-01-01 10:75:00", "2023-01-01 11:15:00"},
       {"2024-03-09 07:05:00", "2024-03-09 07:05:00"},
       {"2024-03-09", "2024-03-09 00:00:00"},  // missing fields count as 0
       {"1999-12-31 23:59:60", "2000-01-01 00:00:00"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     CKATime t;
-    EXPECT_TRUE(t.SetTime(c.in)) << c.in;
-    EXPECT_EQ(c.text, Text(t, 3)) << c.in;
+    EXPECT_TRUE(t.SetTime(c.first)) << c.first;
+    EXPECT_EQ(c.second, Text(t, 3)) << c.first;
   }
   CKATime t;
   EXPECT_EQ(0, t.GetTime());
@@ -119,19 +115,13 @@ TEST_F(CKATimeTest, GettersAndFormats) {
 }
 
 TEST_F(CKATimeTest, AddTimeWrapsLikeThirtyTwoBitArithmetic) {
-  struct Case {
+  // days, hours, minutes, seconds -> change; 24856 days overflow 32 bits and wrap.
+  const struct {
     int days, hours, minutes, seconds;
     long long delta;
-  };
-  const Case cases[] = {
-      {1, 0, 0, -86400, 0},
-      {0, 0, 0, 0, 0},
-      {1, 2, 3, 4, 93784},
-      {-1, 0, 0, 0, -86400},
-      {0, -1, 61, 0, 60},
-      {24856, 0, 0, 0, -2147408896LL},  // 24856 days overflow 32 bits and wrap
-  };
-  for (const Case& c : cases) {
+  } cases[] = {{1, 0, 0, -86400, 0},  {0, 0, 0, 0, 0},    {1, 2, 3, 4, 93784},
+               {-1, 0, 0, 0, -86400}, {0, -1, 61, 0, 60}, {24856, 0, 0, 0, -2147408896LL}};
+  for (const auto& c : cases) {
     CKATime t;
     t.SetTime(static_cast<time_t>(1000000000));
     t.AddTime(c.days, c.hours, c.minutes, c.seconds);
@@ -144,12 +134,9 @@ TEST_F(CKATimeTest, DifferencesTruncateTowardZero) {
   a.SetTime(static_cast<time_t>(1000000000));
   b = a;
   b.AddTime(1, 12, 0, 0);  // a is 36 hours before b
-  EXPECT_EQ(-1, a.DaysTo(b));
-  EXPECT_EQ(1, b.DaysTo(a));
-  EXPECT_EQ(-36, a.HoursTo(b));
-  EXPECT_EQ(-2160, a.MinsTo(b));
-  EXPECT_EQ(-129600, a.SecsTo(b));
-  EXPECT_EQ(0, a.WeeksTo(b));
+  EXPECT_EQ((std::vector<int>{-1, 1, -36, -2160, -129600, 0}),
+            (std::vector<int>{a.DaysTo(b), b.DaysTo(a), a.HoursTo(b), a.MinsTo(b), a.SecsTo(b),
+                              a.WeeksTo(b)}));
   b.AddTime(6, 0, 0, 0);
   EXPECT_EQ(-1, a.WeeksTo(b));
 }
