@@ -5,13 +5,14 @@
 // and the geometric mean.
 #include <benchmark/benchmark.h>
 
+#include <time.h>
+
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <new>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -185,49 +186,121 @@ bool ResultsAgree() {
 }
 #endif
 
-// Keeps the adjusted real time of every run for the comparison table.
-class TableReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    // The median of repeated runs when --benchmark_repetitions is given, else the one run.
-    for (const Run& run : runs) {
-      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-      const std::string name = run.run_name.str();
-      if (median || (run.run_type == Run::RT_Iteration && !medians_.count(name))) {
-        times_[name] = run.GetAdjustedCPUTime();
-        if (median) medians_.insert(name);
-      }
-    }
-  }
+#if defined(ZUSTD_HAVE_MUPARSER)
+// The comparison tables come from paired measurements rather than from the runs above: for
+// each formula, rounds alternate a batch through zustd and a batch through muparser (in
+// turn first), each timed in CPU time of this thread, so that load from other processes
+// falls on both sides alike. Per formula the table gives the median batch times and the
+// median of the per-round ratios; the summary line their geometric mean.
+double ThreadNs() {
+  timespec t;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return t.tv_sec * 1e9 + t.tv_nsec;
+}
 
-  double Time(const char* bench, int i) const {
-    const auto it = times_.find(std::string(bench) + "/" + std::to_string(i));
-    return it == times_.end() ? 0.0 : it->second;
-  }
+template <class F>
+double TimeBatch(F&& f, int n) {
+  const double start = ThreadNs();
+  for (int i = 0; i < n; ++i) f();
+  return (ThreadNs() - start) / n;
+}
 
- private:
-  std::map<std::string, double> times_;
-  std::set<std::string> medians_;
+double Median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
+
+struct Paired {
+  double ours, theirs, ratio;
 };
 
-void PrintTable(const TableReporter& r, const char* title, const char* ours, const char* theirs) {
-  std::printf("\n%s (CPU ns; ratio = muparser / zustd, above 1: zustd faster)\n", title);
-  std::printf("| formula | zustd | muparser | ratio |\n|---|---:|---:|---:|\n");
+template <class Ours, class Theirs>
+Paired Pair(Ours&& ours, Theirs&& theirs, int batch, int rounds) {
+  std::vector<double> a, b, r;
+  TimeBatch(ours, batch);
+  TimeBatch(theirs, batch);
+  for (int i = 0; i < rounds; ++i) {
+    double x, y;
+    if (i % 2 == 0) {
+      x = TimeBatch(ours, batch);
+      y = TimeBatch(theirs, batch);
+    } else {
+      y = TimeBatch(theirs, batch);
+      x = TimeBatch(ours, batch);
+    }
+    a.push_back(x);
+    b.push_back(y);
+    r.push_back(y / x);
+  }
+  return {Median(a), Median(b), Median(r)};
+}
+
+void PrintTable(const char* title, bool setup, int rounds) {
+  std::printf(
+      "\n%s (CPU ns per call, medians of %d paired rounds; ratio = muparser / zustd, "
+      "above 1: zustd faster)\n| formula | zustd | muparser | ratio |\n|---|---:|---:|---:|\n",
+      title, rounds);
   double log_sum = 0;
   double worst = 1e300;
-  int n = 0;
-  for (int i = 0; i < kFormulaCount; ++i) {
-    const double a = r.Time(ours, i);
-    const double b = r.Time(theirs, i);
-    if (a <= 0 || b <= 0) continue;
-    std::printf("| `%s` | %.1f | %.1f | %.2f |\n", kFormulas[i].zustd, a, b, b / a);
-    log_sum += std::log(b / a);
-    worst = std::min(worst, b / a);
-    ++n;
+  for (const Formula& f : kFormulas) {
+    CKAExpression e;
+    e.Analysis(f.zustd);
+    SetInputs(e);
+    mu::Parser p;
+    MuInputs in;
+    in.Define(p);
+    p.SetExpr(f.muparser);
+    double v = 0;
+    Paired m;
+    if (setup) {
+      m = Pair(
+          [&] {
+            e.Analysis(f.zustd);
+            SetInputs(e);
+            e.Evaluate(v);
+            benchmark::DoNotOptimize(v);
+          },
+          [&] {
+            p.SetExpr(f.muparser);
+            v = p.Eval();
+            benchmark::DoNotOptimize(v);
+          },
+          2000, rounds);
+    } else {
+      m = Pair(
+          [&] {
+            e.Evaluate(v);
+            benchmark::DoNotOptimize(v);
+          },
+          [&] {
+            v = p.Eval();
+            benchmark::DoNotOptimize(v);
+          },
+          50000, rounds);
+    }
+    std::printf("| `%s` | %.1f | %.1f | %.2f |\n", f.zustd, m.ours, m.theirs, m.ratio);
+    log_sum += std::log(m.ratio);
+    worst = std::min(worst, m.ratio);
   }
-  if (n > 0)
-    std::printf("| geometric mean (lowest %.2f) | | | %.2f |\n", worst, std::exp(log_sum / n));
+  std::printf("| geometric mean (lowest %.2f) | | | %.2f |\n", worst,
+              std::exp(log_sum / kFormulaCount));
+}
+#endif
+
+// Heap allocations made by Evaluate, over every formula.
+void PrintAllocations() {
+  long long evaluations = 0;
+  long long allocations = 0;
+  for (const Formula& f : kFormulas) {
+    CKAExpression e;
+    e.Analysis(f.zustd);
+    SetInputs(e);
+    double v = 0;
+    const long long start = g_allocations.load();
+    for (int i = 0; i < 1000; ++i, ++evaluations) e.Evaluate(v);
+    allocations += g_allocations.load() - start;
+  }
+  std::printf("\nHeap allocations: %lld in %lld calls of Evaluate\n", allocations, evaluations);
 }
 
 }  // namespace
@@ -238,12 +311,13 @@ int main(int argc, char** argv) {
 #if defined(ZUSTD_HAVE_MUPARSER)
   if (!ResultsAgree()) return 1;
 #endif
-  TableReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::RunSpecifiedBenchmarks();
+  PrintAllocations();
 #if defined(ZUSTD_HAVE_MUPARSER)
-  PrintTable(reporter, "Evaluation", "BM_Evaluate", "BM_MuParserEval");
-  PrintTable(reporter, "Set-up to the first value (Analysis vs SetExpr + Eval)", "BM_Analysis",
-             "BM_MuParserSetup");
+  const char* rounds_text = std::getenv("ZU_BENCH_ROUNDS");
+  const int rounds = rounds_text ? std::max(1, std::atoi(rounds_text)) : 41;
+  PrintTable("Evaluation", false, rounds);
+  PrintTable("Set-up to the first value (Analysis vs SetExpr + Eval)", true, rounds);
 #else
   std::printf("\nmuparser not found: no comparison table.\n");
 #endif

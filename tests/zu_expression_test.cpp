@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -19,9 +21,8 @@ using SToken = CKAExpression::SToken;
 std::string Postfix(const CKAExpression& e) {
   std::string out;
   for (int i = 0; i < e.m_arPolish.m_nCount; ++i) {
-    if (i > 0) out += ' ';
-    out +=
-        std::string(e.m_arPolish.m_pData[i].m_szName, strnlen(e.m_arPolish.m_pData[i].m_szName, 8));
+    const char* name = e.m_arPolish.m_pData[i].m_szName;
+    out += (i > 0 ? " " : "") + std::string(name, strnlen(name, 8));
   }
   return out;
 }
@@ -34,6 +35,12 @@ void SetInputs(CKAExpression& e) {
   } inputs[] = {{"A", 2},    {"B", 5},  {"C", 3},  {"X", 0.5},
                 {"Y", -1.5}, {"A1", 1}, {"A2", 2}, {"A3", 3}};
   for (const auto& in : inputs) e.SetVarValue(in.name, in.value);
+}
+
+double Eval(CKAExpression& e, int expected_rc = 1) {
+  double v = -123.0;
+  EXPECT_EQ(e.Evaluate(v), expected_rc);
+  return v;
 }
 
 const double kPi = 3.14159;
@@ -89,67 +96,50 @@ TEST(CKAExpressionDictionary, HoldsEveryKeywordWithItsCodeOperandsAndClass) {
 
 // ---- Lexer ----
 
-std::vector<std::string> Lex(const char* text, int* last_rc = nullptr) {
+// The tokens as "text:code", separated by single blanks.
+std::string Lex(const char* text) {
   CKAExpression e;
   e.m_strExpression = text;
   e.m_nLength = e.m_strExpression.GetLength();
   e.m_nPos = 0;
-  std::vector<std::string> out;
+  std::string out;
   SToken tok = {};
-  int rc;
-  while ((rc = e.GetNextToken(tok)) == 1) {
-    out.push_back(std::string(tok.m_szName) + ":" + std::to_string(tok.m_nType));
+  while (e.GetNextToken(tok) == 1) {
+    out += (out.empty() ? "" : " ") + (tok.m_szName + (":" + std::to_string(tok.m_nType)));
   }
-  if (last_rc) *last_rc = rc;
   return out;
 }
 
 TEST(CKAExpressionLexer, CutsTextIntoTokens) {
-  const struct {
-    const char* text;
-    std::vector<std::string> tokens;
-  } cases[] = {
-      {"x1+Y#", {"X1:17", "+:2", "Y:17", "#:0"}},
-      {"c_pi", {"3.14159:18"}},
-      {"C_E", {"2.71828:18"}},
-      {"12.5.3", {"12.5:18"}},
-      {"ABCDEFGHIJ", {"ABCDEFG:17"}},
-      {"1234567.5", {"1234567:18"}},
-      {"1.", {"1.:18"}},
-      {"   \t #", {"#:0"}},
-      {"<>", {"<:14", ">:12"}},
-      {"> =", {">:12"}},
-      {">=<=!=", {">=:13", "<=:15", "!=:16"}},
-      {"sin Sin SIN", {"SIN:33", "SIN:33", "SIN:33"}},
-      {"a_1 _b", {"A_1:17"}},  // a name cannot start with an underscore
-      {"MOD mod2 COSPHI", {"MOD:7", "MOD2:17", "COSPHI:41"}},
-      {"[SUM]", {"[:21", "SUM:24", "]:22"}},
-      {".5", {}},
-      {"\xe9", {}},
+  // clang-format off
+  const char* cases[][2] = {
+      {"x1+Y#", "X1:17 +:2 Y:17 #:0"}, {"c_pi", "3.14159:18"}, {"C_E", "2.71828:18"},
+      {"12.5.3", "12.5:18"}, {"ABCDEFGHIJ", "ABCDEFG:17"}, {"1234567.5", "1234567:18"},
+      {"1.", "1.:18"}, {"   \t #", "#:0"}, {"<>", "<:14 >:12"}, {"> =", ">:12"},
+      {">=<=!=", ">=:13 <=:15 !=:16"}, {"sin Sin SIN", "SIN:33 SIN:33 SIN:33"},
+      {"a_1 _b", "A_1:17"},  // a name cannot start with an underscore
+      {"MOD mod2 COSPHI", "MOD:7 MOD2:17 COSPHI:41"}, {"[SUM]", "[:21 SUM:24 ]:22"},
+      {".5", ""}, {"\xe9", ""},
   };
-  for (const auto& c : cases) EXPECT_EQ(Lex(c.text), c.tokens) << c.text;
+  // clang-format on
+  for (const auto& c : cases) EXPECT_EQ(Lex(c[0]), c[1]) << c[0];
 }
 
-TEST(CKAExpressionLexer, StopsAfterAnUnknownCharacterAndAtTheEnd) {
+TEST(CKAExpressionLexer, StopsAtAnUnknownCharacterAndNeverReadsBeforeAnalysis) {
   CKAExpression e;
+  SToken tok = {};
+  EXPECT_EQ(e.GetNextToken(tok), 0);  // nothing analysed
+  e.m_nPos = -5;
+  e.m_nLength = 1000;  // longer than the text: the text's own length bounds the reading
+  EXPECT_EQ(e.GetNextToken(tok), 0);
   e.m_strExpression = "1=2";
   e.m_nLength = 3;
   e.m_nPos = 0;
-  SToken tok = {};
   EXPECT_EQ(e.GetNextToken(tok), 1);
   EXPECT_EQ(e.GetNextToken(tok), 0);
   EXPECT_EQ(tok.m_nType, -1);
   EXPECT_EQ(e.m_nPos, 2);  // behind the unknown character
   EXPECT_EQ(e.GetNextToken(tok), 1);
-  EXPECT_EQ(e.GetNextToken(tok), 0);
-}
-
-TEST(CKAExpressionLexer, NeverReadsBeforeAnalysis) {
-  CKAExpression e;
-  SToken tok = {};
-  EXPECT_EQ(e.GetNextToken(tok), 0);
-  e.m_nPos = -5;
-  e.m_nLength = 1000;  // longer than the text: the text's own length bounds the reading
   EXPECT_EQ(e.GetNextToken(tok), 0);
 }
 
@@ -177,190 +167,124 @@ void Check(const Case& c) {
   }
 }
 
-TEST(CKAExpressionAnalysis, ArithmeticAndPrecedence) {
+TEST(CKAExpressionAnalysis, ArithmeticPrecedenceAndGrammarPeculiarities) {
+  // clang-format off
   const Case cases[] = {
-      {"1+2*3", 1, "1 2 3 * +", 1, 7},
-      {"A+B*C", 1, "A B C * +", 1, 17},
+      {"1+2*3", 1, "1 2 3 * +", 1, 7}, {"A+B*C", 1, "A B C * +", 1, 17},
       {"(A+B)*(A-B)/C", 1, "A B + A B - * C /", 1, (2.0 + 5) * (2.0 - 5) / 3},
       {"2^3^2", 1, "2 3 ^ 2 ^", 1, 64},  // "^" is left-associative
-      {"10-4-3", 1, "10 4 - 3 -", 1, 3},
-      {"@2^2", 1, "2 2 ^ @", 1, -4},  // "@" binds like "+" and "-"
-      {"@3", 1, "3 @", 1, -3},
-      {"2*(@3)", 1, "2 3 @ *", 1, -6},
-      {"2*@3", 1, "2 * 3 @", -1, 0},
+      {"10-4-3", 1, "10 4 - 3 -", 1, 3}, {"@2^2", 1, "2 2 ^ @", 1, -4},  // "@" binds like "+", "-"
+      {"@3", 1, "3 @", 1, -3}, {"2*(@3)", 1, "2 3 @ *", 1, -6}, {"2*@3", 1, "2 * 3 @", -1, 0},
       {"-3", 1, "3 -", -1, 0},  // a leading "-" is the two-operand minus
-      {"3-", 1, "3 -", -1, 0},
-      {"1+", 1, "1 +", -1, 0},
-      {"2 3", 1, "2 3", -1, 0},
+      {"3-", 1, "3 -", -1, 0}, {"1+", 1, "1 +", -1, 0}, {"2 3", 1, "2 3", -1, 0},
       {"  1 +\t2  ", 1, "1 2 +", 1, 3},
       {"A*(2+3*4)/7+B", 1, "A 2 3 4 * + * 7 / B +", 1, 2.0 * 14 / 7 + 5},
       {"(7*A+6)*A*A*A+5*A*A+4*A+3", 1, "7 A * 6 + A * A * A * 5 A * A * + 4 A * + 3 +", 1, 191},
       {"1234567.5*2", 1, "1234567 2 *", 1, 2469134},  // 7-character limit
-      {"C_PI*2", 1, "3.14159 2 *", 1, kPi * 2},
-      {"c_e", 1, "2.71828", 1, 2.71828},
-  };
-  for (const Case& c : cases) Check(c);
-}
-
-TEST(CKAExpressionAnalysis, GrammarPeculiarities) {
-  const Case cases[] = {
+      {"C_PI*2", 1, "3.14159 2 *", 1, kPi * 2}, {"c_e", 1, "2.71828", 1, 2.71828},
       {"((A))", -1, "", -1, 0},  // an opening bracket right after another moves it out
-      {"(1+(2))", 1, "1 2 +", 1, 3},
-      {"(1+2)*3", 1, "1 2 + 3 *", 1, 9},
+      {"(1+(2))", 1, "1 2 +", 1, 3}, {"(1+2)*3", 1, "1 2 + 3 *", 1, 9},
       {"1+2)", 1, "1 2 +", 1, 3},  // the unmatched ")" is dropped
-      {"(1+2", 1, "1 2 +", 1, 3},
-      {"1)", -1, "", -1, 0},
-      {"(1", -1, "", -1, 0},
+      {"(1+2", 1, "1 2 +", 1, 3}, {"1)", -1, "", -1, 0}, {"(1", -1, "", -1, 0},
       {"(1+2]", 1, "1 2 +", 1, 3},  // bracket kinds are not matched
       {"[1+2]*2", 1, "1 2 + 2 *", 1, 6},
       {"5=", 1, "5", 1, 5},  // an unknown last character is not reported
-      {"A+B$", 1, "A B", -1, 0},
-      {"1+\xe9", 1, "1", 1, 1},
-      {"1+2=", 1, "1 2", -1, 0},
-      {"1+2=3", -4, "1 2", -1, 0},
-      {"12.5.3", -4, "12.5", 1, 12.5},
-      {"1\n+2", -4, "1", 1, 1},
-      {"1#2", -1, "", -1, 0},
-      {"#", -1, "", -1, 0},
-      {"", 1, "", -1, 0},
-      {"   ", 1, "", -1, 0},
-      {"1<>2", 1, "1 < 2 >", -1, 0},
-      {"1>=1", 1, "1 1 >=", 1, 1},
+      {"A+B$", 1, "A B", -1, 0}, {"1+\xe9", 1, "1", 1, 1}, {"1+2=", 1, "1 2", -1, 0},
+      {"1+2=3", -4, "1 2", -1, 0}, {"12.5.3", -4, "12.5", 1, 12.5}, {"1\n+2", -4, "1", 1, 1},
+      {"1#2", -1, "", -1, 0}, {"#", -1, "", -1, 0}, {"", 1, "", -1, 0}, {"   ", 1, "", -1, 0},
+      {"1<>2", 1, "1 < 2 >", -1, 0}, {"1>=1", 1, "1 1 >=", 1, 1},
       {"A>1 AND B<2", 1, "A 1 > B AND 2 <", 1, 1},  // one class, left-associative
       {"NOT 0 OR 0", 1, "0 NOT 0 OR", 1, 1},
       {"(A<B)*X+(A>=B)*Y", 1, "A B < X * A B >= Y * +", 1, 0.5},
       {"SIN X+1", 1, "X SIN 1 +", 1, std::sin(0.5) + 1},
-      {"SIN(X)*2+Y", 1, "X SIN 2 * Y +", 1, std::sin(0.5) * 2 - 1.5},
-      {"SIN COS X", -1, "", -1, 0},
-      {"CABS 3 4", 1, "3 4 CABS", 1, 5},
-      {"3 CABS 4", 1, "3 4 CABS", 1, 5},
+      {"SIN(X)*2+Y", 1, "X SIN 2 * Y +", 1, std::sin(0.5) * 2 - 1.5}, {"SIN COS X", -1, "", -1, 0},
+      {"CABS 3 4", 1, "3 4 CABS", 1, 5}, {"3 CABS 4", 1, "3 4 CABS", 1, 5},
       {"CABS(3)(4)", 1, "3 4 CABS", 1, 5},
       {"CABS(3,4)", -1, "", -1, 0},  // a comma outside an argument list
       {"1,2", -1, "", -1, 0},
   };
+  // clang-format on
   for (const Case& c : cases) Check(c);
 }
 
 TEST(CKAExpressionAnalysis, ArgumentListFunctions) {
+  // clang-format off
   const Case cases[] = {
-      {"SUM(1,2,3)", 1, "1 2 3 SUM", 1, 6},
-      {"AVE(1,2,3)", 1, "1 2 3 AVE", 1, 2},
-      {"AVE()", 1, "AVE", 1, 0},
-      {"SUM()", 1, "SUM", 1, 0},
-      {"MAX(1,3,2)", 1, "1 3 2 MAX", 1, 3},
-      {"MIN(3,1,2)", 1, "3 1 2 MIN", 1, 1},
-      {"SUM(A B)", 1, "A B SUM", 1, 7},  // commas are optional
-      {"SUM(,A,,B,)", 1, "A B SUM", 1, 7},
-      {"SUM(A,B)*2", 1, "A B SUM 2 *", 1, 14},
+      {"SUM(1,2,3)", 1, "1 2 3 SUM", 1, 6}, {"AVE(1,2,3)", 1, "1 2 3 AVE", 1, 2},
+      {"AVE()", 1, "AVE", 1, 0}, {"SUM()", 1, "SUM", 1, 0}, {"MAX(1,3,2)", 1, "1 3 2 MAX", 1, 3},
+      {"MIN(3,1,2)", 1, "3 1 2 MIN", 1, 1}, {"SUM(A B)", 1, "A B SUM", 1, 7},  // commas optional
+      {"SUM(,A,,B,)", 1, "A B SUM", 1, 7}, {"SUM(A,B)*2", 1, "A B SUM 2 *", 1, 14},
       {"SUM(A,B,C,X,Y)/5", 1, "A B C X Y SUM 5 /", 1, (-1.5 + 0.5 + 3 + 5 + 2) / 5},
       {"SUM(1+2)", -1, "", -1, 0},  // plain operands only
-      {"SUM(@1)", -1, "", -1, 0},
-      {"SUM(1,2", -1, "", -1, 0},
-      {"SUM 1", -1, "", -1, 0},
-      {"SUM", -1, "", -1, 0},
-      {"ABS(Y)", 1, "Y ABS", 1, 1.5},
+      {"SUM(@1)", -1, "", -1, 0}, {"SUM(1,2", -1, "", -1, 0}, {"SUM 1", -1, "", -1, 0},
+      {"SUM", -1, "", -1, 0}, {"ABS(Y)", 1, "Y ABS", 1, 1.5},
       {"ABS(1,2)", 1, "1 2 ABS", -1, 0},  // ABS takes one operand whatever it is given
-      {"ABS()", 1, "ABS", -1, 0},
-      {"SUM[3]", 1, "A1 A2 A3 SUM", 1, 6},
-      {"AVE[3]*2", 1, "A1 A2 A3 AVE 2 *", 1, 4},
-      {"SUM[0]", 1, "SUM", 1, 0},
-      {"SUM[2.9]", 1, "A1 A2 SUM", 1, 3},
-      {"SUM[C_PI]", 1, "A1 A2 A3 SUM", 1, 6},
-      {"SUM[-1]", -1, "", -1, 0},
-      {"SUM[3", -1, "", -1, 0},
-      {"SUM[A]", -1, "", -1, 0},
+      {"ABS()", 1, "ABS", -1, 0}, {"SUM[3]", 1, "A1 A2 A3 SUM", 1, 6},
+      {"AVE[3]*2", 1, "A1 A2 A3 AVE 2 *", 1, 4}, {"SUM[0]", 1, "SUM", 1, 0},
+      {"SUM[2.9]", 1, "A1 A2 SUM", 1, 3}, {"SUM[C_PI]", 1, "A1 A2 A3 SUM", 1, 6},
+      {"SUM[-1]", -1, "", -1, 0}, {"SUM[3", -1, "", -1, 0}, {"SUM[A]", -1, "", -1, 0},
       {"SUM(1)SUM(2)+", 1, "1 SUM 2 SUM +", 1, 3},
       {"2+SUM()", 1, "2 SUM +", 1, 2},  // SUM() re-pushes the top; "+" then pops only one
   };
+  // clang-format on
   for (const Case& c : cases) Check(c);
 }
 
 TEST(CKAExpressionEvaluate, FunctionResultsAndFailures) {
-  const double nan = std::nan("");
+  // clang-format off
   const Case cases[] = {
       {"7 MOD 2", 1, "7 2 MOD", 1, 3},  // the quotient, deliberately
-      {"7 % 2", 1, "7 2 %", 1, 1},
-      {"(@7) % 2", 1, "7 @ 2 %", 1, -1},
-      {"(@7) MOD 2", 1, "7 @ 2 MOD", 1, -3},
-      {"7 MOD 0", 1, "7 0 MOD", 1, 7},
-      {"7 % 0", 1, "7 0 %", 1, 0},
-      {"7.9 MOD 2.9", 1, "7.9 2.9 MOD", 1, 3},
-      {"1/0", 1, "1 0 /", 1, 9999999},
-      {"(@1)/0", 1, "1 @ 0 /", 1, 9999999},
-      {"@1/0", 1, "1 0 / @", 1, -9999999},
-      {"0/0", 1, "0 0 /", 1, 0},
-      {"1/3", 1, "1 3 /", 1, 1.0 / 3},
-      {"LOG(1)", 1, "1 LOG", 1, 0},  // natural
+      {"7 % 2", 1, "7 2 %", 1, 1}, {"(@7) % 2", 1, "7 @ 2 %", 1, -1},
+      {"(@7) MOD 2", 1, "7 @ 2 MOD", 1, -3}, {"7 MOD 0", 1, "7 0 MOD", 1, 7},
+      {"7 % 0", 1, "7 0 %", 1, 0}, {"7.9 MOD 2.9", 1, "7.9 2.9 MOD", 1, 3},
+      {"1/0", 1, "1 0 /", 1, 9999999}, {"(@1)/0", 1, "1 @ 0 /", 1, 9999999},
+      {"@1/0", 1, "1 0 / @", 1, -9999999}, {"0/0", 1, "0 0 /", 1, 0},
+      {"1/3", 1, "1 3 /", 1, 1.0 / 3}, {"LOG(1)", 1, "1 LOG", 1, 0},  // natural
       {"LOG(C_E)", 1, "2.71828 LOG", 1, std::log(2.71828)},
       {"LN(100)", 1, "100 LN", 1, 2},  // base 10
-      {"LN(0)", 1, "0 LN", 1, -INFINITY},
-      {"LOG(@1)", 1, "1 @ LOG", -2, 0},
-      {"LN(@1)", 1, "1 @ LN", -2, 0},
-      {"SQRT(16)", 1, "16 SQRT", 1, 4},
+      {"LN(0)", 1, "0 LN", 1, -INFINITY}, {"LOG(@1)", 1, "1 @ LOG", -2, 0},
+      {"LN(@1)", 1, "1 @ LN", -2, 0}, {"SQRT(16)", 1, "16 SQRT", 1, 4},
       {"SQRT(@4)", 1, "4 @ SQRT", -2, 0},
       {"SQRT(@1)+", 1, "1 @ SQRT +", -2, 0},  // the first failure met decides
-      {"ASIN(1)", 1, "1 ASIN", 1, std::asin(1.0)},
-      {"ASIN(2)", 1, "2 ASIN", -1, 0},
-      {"ACOS(@2)", 1, "2 @ ACOS", -1, 0},
-      {"ACOS(1)", 1, "1 ACOS", 1, 0},
+      {"ASIN(1)", 1, "1 ASIN", 1, std::asin(1.0)}, {"ASIN(2)", 1, "2 ASIN", -1, 0},
+      {"ACOS(@2)", 1, "2 @ ACOS", -1, 0}, {"ACOS(1)", 1, "1 ACOS", 1, 0},
       {"ATAN(1)", 1, "1 ATAN", 1, std::atan(1.0)},
       {"SIN(1)+COS(1)+TAN(1)", 1, "1 SIN 1 COS + 1 TAN +", 1,
        std::sin(1.0) + std::cos(1.0) + std::tan(1.0)},
       {"DTOR(180)", 1, "180 DTOR", 1, 180 * 0.017453292519944444},
-      {"RTOD(1)", 1, "1 RTOD", 1, 57.29577951307855},
-      {"EXP(1)", 1, "1 EXP", 1, std::exp(1.0)},
-      {"COSPHI 3 4", 1, "3 4 COSPHI", 1, 0.8},
-      {"COSPHI 0 0", 1, "0 0 COSPHI", 1, 0},
-      {"CABS A B", 1, "A B CABS", 1, std::sqrt(29.0)},
-      {"0.5 AND 1", 1, "0.5 1 AND", 1, 0},
-      {"2 AND 1", 1, "2 1 AND", 1, 1},
-      {"0.5 OR 1", 1, "0.5 1 OR", 1, 1},
-      {"0 OR 0.9", 1, "0 0.9 OR", 1, 0},
-      {"NOT 0.5", 1, "0.5 NOT", 1, 1},
-      {"NOT 3", 1, "3 NOT", 1, 0},
-      {"1.5 != 1.5", 1, "1.5 1.5 !=", 1, 0},
-      {"1 != 2", 1, "1 2 !=", 1, 1},
-      {"2 <= 2", 1, "2 2 <=", 1, 1},
-      {"2 < 2", 1, "2 2 <", 1, 0},
+      {"RTOD(1)", 1, "1 RTOD", 1, 57.29577951307855}, {"EXP(1)", 1, "1 EXP", 1, std::exp(1.0)},
+      {"COSPHI 3 4", 1, "3 4 COSPHI", 1, 0.8}, {"COSPHI 0 0", 1, "0 0 COSPHI", 1, 0},
+      {"CABS A B", 1, "A B CABS", 1, std::sqrt(29.0)}, {"0.5 AND 1", 1, "0.5 1 AND", 1, 0},
+      {"2 AND 1", 1, "2 1 AND", 1, 1}, {"0.5 OR 1", 1, "0.5 1 OR", 1, 1},
+      {"0 OR 0.9", 1, "0 0.9 OR", 1, 0}, {"NOT 0.5", 1, "0.5 NOT", 1, 1},
+      {"NOT 3", 1, "3 NOT", 1, 0}, {"1.5 != 1.5", 1, "1.5 1.5 !=", 1, 0},
+      {"1 != 2", 1, "1 2 !=", 1, 1}, {"2 <= 2", 1, "2 2 <=", 1, 1}, {"2 < 2", 1, "2 2 <", 1, 0},
       {"3 > 2", 1, "3 2 >", 1, 1},
       {"SQRT(A^2+B^2)", 1, "A 2 ^ B 2 ^ + SQRT", 1, std::sqrt(std::pow(2.0, 2) + std::pow(5.0, 2))},
-      {"(@1)^0.5", 1, "1 @ 0.5 ^", 1, nan},
+      {"(@1)^0.5", 1, "1 @ 0.5 ^", 1, std::nan("")},
   };
+  // clang-format on
   for (const Case& c : cases) Check(c);
 }
 
-TEST(CKAExpressionEvaluate, ComparisonsWithNaN) {
+TEST(CKAExpressionEvaluate, NaNComparisonsAndTruncationOutsideTheIntegerRange) {
   CKAExpression e;
   const struct {
     const char* text;
-    double value;
-  } cases[] = {{"X>1", 0}, {"X>=1", 0}, {"X<1", 0}, {"X<=1", 0}, {"X!=X", 1}, {"NOT(X!=1)", 0}};
+    double in, out;
+  } cases[] = {
+      // clang-format off
+      {"X>1", NAN, 0}, {"X>=1", NAN, 0}, {"X<1", NAN, 0}, {"X<=1", NAN, 0}, {"X!=X", NAN, 1},
+      {"NOT(X!=1)", NAN, 0}, {"X MOD 1", 1e12, INT_MAX}, {"X MOD 1", -1e12, INT_MIN},
+      {"X MOD 1", NAN, 0}, {"X MOD 1", -2.9, -2},
+      {"X MOD (@1) + X % (@1)", -3e9, INT_MIN},  // INT_MIN / -1 wraps as the hardware does
+      // clang-format on
+  };
   for (const auto& c : cases) {
     ASSERT_EQ(e.Analysis(c.text), 1);
-    e.SetVarValue("X", std::nan(""));
-    double v = -1;
-    EXPECT_EQ(e.Evaluate(v), 1) << c.text;
-    EXPECT_EQ(v, c.value) << c.text;
+    e.SetVarValue("X", c.in);
+    EXPECT_EQ(Eval(e), c.out) << c.text << " " << c.in;
   }
-}
-
-TEST(CKAExpressionEvaluate, TruncationSaturatesOutsideTheIntegerRange) {
-  CKAExpression e;
-  ASSERT_EQ(e.Analysis("X MOD 1"), 1);
-  const struct {
-    double in, out;
-  } cases[] = {{1e12, INT_MAX}, {-1e12, INT_MIN}, {std::nan(""), 0}, {-2.9, -2}};
-  for (const auto& c : cases) {
-    e.SetVarValue(1, c.in);
-    double v = 0;
-    EXPECT_EQ(e.Evaluate(v), 1);
-    EXPECT_EQ(v, c.out);
-  }
-  ASSERT_EQ(e.Analysis("X MOD (@1) + X % (@1)"), 1);
-  e.SetVarValue("X", -3e9);  // INT_MIN divided by -1 wraps as the hardware does
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, static_cast<double>(INT_MIN));
 }
 
 TEST(CKAExpressionEvaluate, NumbersMatchStrtodBitForBit) {
@@ -375,44 +299,36 @@ TEST(CKAExpressionEvaluate, NumbersMatchStrtodBitForBit) {
       text += static_cast<char>('0' + rng() % 10);
     }
     ASSERT_EQ(e.Analysis(text.c_str()), 1) << text;
-    double v = 0;
-    ASSERT_EQ(e.Evaluate(v), 1) << text;
+    const double v = Eval(e);
     const double expected = std::strtod(text.substr(0, 7).c_str(), nullptr);
     EXPECT_EQ(std::memcmp(&v, &expected, sizeof v), 0) << text;
   }
-}
-
-TEST(CKAExpressionEvaluate, ConvertsNumberTokensChangedAfterAnalysis) {
-  CKAExpression e;
-  ASSERT_EQ(e.Analysis("1.5+2"), 1);
-  std::strcpy(e.m_arPolish.m_pData[0].m_szName, "2.25");
-  std::strcpy(e.m_arPolish.m_pData[1].m_szName, "1e2");  // not a form the lexer makes
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 102.25);
 }
 
 // Formulas are compiled at Analysis; a token changed in place afterwards (here only its
 // class, which evaluation ignores) makes Evaluate run the tokens themselves. Both ways must
 // give the same result code and the same bits.
 TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
-  const char* pieces[] = {"A",   "B",    "X",    "1",          "2.5",      "0",      "@",
-                          "+",   "-",    "*",    "/",          "^",        "MOD",    "%",
-                          "AND", "OR",   "NOT",  ">",          "<=",       "!=",     "SIN",
-                          "EXP", "SQRT", "LOG",  "ASIN",       "CABS",     "COSPHI", "ABS(X)",
-                          "(",   ")",    "C_PI", "SUM(A,B,1)", "MAX(X,2)", "AVE(A)", "MIN(0 B)"};
-  const int n = sizeof(pieces) / sizeof(pieces[0]);
+  const std::string all =
+      "A|B|X|1|2.5|0|@|+|-|*|/|^|MOD|%|AND|OR|NOT|>|<=|!=|SIN|EXP|SQRT|LOG|ASIN|CABS|COSPHI|ABS(X)|"
+      "(|)|C_PI|SUM(A,B,1)|MAX(X,2)|AVE(A)|MIN(0 B)|2|^ 2|/ 3|B ^ 2|1E|A*B";
+  std::vector<std::string> pieces;
+  for (size_t at = 0, bar; at <= all.size(); at = bar + 1) {
+    bar = std::min(all.find('|', at), all.size());
+    pieces.push_back(all.substr(at, bar - at));
+  }
+  const int n = static_cast<int>(pieces.size());
   std::mt19937 rng(99);
   CKAExpression e;
   int compared = 0;
   for (int i = 0; i < 20000; ++i) {
     std::string text;
     const int length = 1 + static_cast<int>(rng() % 12);
-    for (int k = 0; k < length; ++k) text += std::string(pieces[rng() % n]) + " ";
+    for (int k = 0; k < length; ++k) text += pieces[rng() % n] + " ";
     if (e.Analysis(text.c_str()) != 1 || e.m_arPolish.m_nCount == 0) continue;
     e.SetVarValue("A", static_cast<double>(rng() % 7) - 3);
     e.SetVarValue("B", (static_cast<double>(rng() % 1000) - 500) / 64);
-    e.SetVarValue("X", 0.25);
+    e.SetVarValue("X", std::ldexp(static_cast<double>(rng()), -30) - 2.0);
     double compiled = 0;
     const int rc = e.Evaluate(compiled);
     e.m_arPolish.m_pData[0].m_nPriority ^= 0x100;
@@ -424,92 +340,94 @@ TEST(CKAExpressionEvaluate, CompiledAndTokenByTokenEvaluationAgree) {
   EXPECT_GT(compared, 2000);
 }
 
-TEST(CKAExpressionEvaluate, RejectsTokensThatCannotBeEvaluated) {
+// "^ 2" squares without calling pow where that is exact; it must still give pow's bits.
+TEST(CKAExpressionEvaluate, SquareGivesExactlyThePowerFunctionsResult) {
   CKAExpression e;
-  ASSERT_EQ(e.Analysis("1+2"), 1);
-  for (int code : {0, 19, 20, 21, 22, 23, 27, 29, 45, -1}) {
+  ASSERT_EQ(e.Analysis("X^2"), 1);
+  volatile double two = 2.0;  // keeps the compiler from turning pow into a multiplication
+  std::mt19937_64 rng(2);
+  for (int i = 0; i < 400000; ++i) {
+    std::uint64_t bits = rng();
+    if (i % 2) bits = (bits & 0x800fffffffffffffULL) | ((1023 - 450 + (bits >> 52) % 900) << 52);
+    double x;
+    std::memcpy(&x, &bits, sizeof x);
+    if (i % 4 == 2) x = static_cast<double>(bits % 20000001) / 1000.0 - 10000.0;
+    e.SetVarValue(1, x);
+    double v = 0;
+    ASSERT_EQ(e.Evaluate(v), 1);
+    const double expected = std::pow(x, two);
+    ASSERT_EQ(std::memcmp(&v, &expected, sizeof v), 0) << x;
+  }
+}
+
+// Tokens changed in place after Analysis are evaluated as they stand.
+TEST(CKAExpressionEvaluate, HonoursTokensChangedAfterAnalysis) {
+  CKAExpression e;
+  ASSERT_EQ(e.Analysis("1.5+2"), 1);
+  std::strcpy(e.m_arPolish.m_pData[0].m_szName, "2.25");
+  std::strcpy(e.m_arPolish.m_pData[1].m_szName, "1e2");  // not a form the lexer makes
+  EXPECT_EQ(Eval(e), 102.25);
+  for (int code : {0, 19, 20, 21, 22, 23, 27, 29, 45, -1}) {  // not evaluable
     e.m_arPolish.m_pData[2].m_nType = code;
-    double v = 5;
-    EXPECT_EQ(e.Evaluate(v), -1) << code;
-    EXPECT_EQ(v, 0.0);
+    EXPECT_EQ(Eval(e, -1), 0.0) << code;
   }
   ASSERT_EQ(e.Analysis("X"), 1);
   e.m_arPolish.m_pData[0].m_nParam = 2;  // not a registered variable number
-  double v = 5;
-  EXPECT_EQ(e.Evaluate(v), -1);
-}
-
-TEST(CKAExpressionEvaluate, ArgumentCountAboveTheOperandsFails) {
-  CKAExpression e;
+  Eval(e, -1);
   ASSERT_EQ(e.Analysis("SUM(1,2)"), 1);
-  e.m_arPolish.m_pData[2].m_nParam = 3;
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), -1);
+  e.m_arPolish.m_pData[2].m_nParam = 3;  // more arguments than operands
+  Eval(e, -1);
 }
 
 // ---- Variables ----
 
-TEST(CKAExpressionVariables, NumberedInOrderOfFirstOccurrence) {
+// Result code and name of GetVarName, as "rc:name".
+std::string VarName(CKAExpression& e, int index) {
+  CKAString name("junk");
+  const int rc = e.GetVarName(index, name);
+  return std::to_string(rc) + ":" + name.GetBuf();
+}
+
+// Result code and value of GetVarValue by name or by number, as "rc:value".
+template <class Key>
+std::string VarValue(CKAExpression& e, Key key) {
+  double v = 7;
+  const int rc = e.GetVarValue(key, v);
+  return std::to_string(rc) + ":" + std::to_string(v);
+}
+
+TEST(CKAExpressionVariables, NumberedInOrderOfFirstOccurrenceAndFoundByNameOrNumber) {
   CKAExpression e;
   ASSERT_EQ(e.Analysis("X*Y+X"), 1);
   EXPECT_EQ(e.GetVarCount(), 2);
-  CKAString name;
-  EXPECT_EQ(e.GetVarName(1, name), 1);
-  EXPECT_TRUE(name == "X");
-  EXPECT_EQ(e.GetVarName(2, name), 1);
-  EXPECT_TRUE(name == "Y");
-  EXPECT_EQ(e.GetVarName(0, name), -1);
-  EXPECT_TRUE(name == " ");
-  EXPECT_EQ(e.GetVarName(3, name), -1);
-  const int params[] = {1, 2, 2, 1, 2};  // variables carry their numbers
-  for (int i : {0, 1, 3}) EXPECT_EQ(e.m_arPolish.m_pData[i].m_nParam, params[i]);
+  const std::vector<std::string> names = {"-1: ", "1:X", "1:Y", "-1: "};  // a blank when refused
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(VarName(e, i), names[i]);
+  for (int i : {0, 1, 3}) EXPECT_EQ(e.m_arPolish.m_pData[i].m_nParam, i == 1 ? 2 : 1);
   EXPECT_EQ(e.m_arPolish.m_pData[2].m_nType, 4);
-  EXPECT_EQ(e.FindVarID("y"), 2);
-  EXPECT_EQ(e.FindVarID("Z"), -1);
-  EXPECT_EQ(e.FindVarID(nullptr), -1);
-  EXPECT_EQ(e.FindVarID(std::string(100, 'X').c_str()), -1);
-}
-
-TEST(CKAExpressionVariables, SetAndGetByNameAndNumber) {
-  CKAExpression e;
-  ASSERT_EQ(e.Analysis("X*Y+X"), 1);
-  double v = 7;
-  EXPECT_EQ(e.GetVarValue("x", v), 1);
-  EXPECT_EQ(v, 0.0);  // 0.0 when registered
-  EXPECT_EQ(e.SetVarValue("x", 3), 1);
-  EXPECT_EQ(e.SetVarValue(2, 4), 1);
-  EXPECT_EQ(e.SetVarValue(3, 1.0), -1);
-  EXPECT_EQ(e.SetVarValue(0, 1.0), -1);
-  EXPECT_EQ(e.SetVarValue("Z", 1.0), -1);
-  EXPECT_EQ(e.SetVarValue(nullptr, 1.0), -1);
-  v = 7;
-  EXPECT_EQ(e.GetVarValue("Q", v), -1);
-  EXPECT_EQ(v, 0.0);
-  v = 7;
-  EXPECT_EQ(e.GetVarValue(5, v), -1);
-  EXPECT_EQ(v, 0.0);
-  EXPECT_EQ(e.GetVarValue(1, v), 1);
-  EXPECT_EQ(v, 3.0);
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 15.0);
+  const int ids[] = {e.FindVarID("y"), e.FindVarID("Z"), e.FindVarID(nullptr),
+                     e.FindVarID(std::string(100, 'X').c_str())};
+  EXPECT_EQ(std::vector<int>(ids, ids + 4), std::vector<int>({2, -1, -1, -1}));
+  EXPECT_EQ(VarValue(e, "x"), "1:0.000000");  // 0.0 when registered
+  const int set[] = {
+      e.SetVarValue("x", 3),   e.SetVarValue(2, 4),
+      e.SetVarValue(3, 1.0),   e.SetVarValue(0, 1.0),
+      e.SetVarValue("Z", 1.0), e.SetVarValue(static_cast<const char*>(nullptr), 1.0)};
+  EXPECT_EQ(std::vector<int>(set, set + 6), std::vector<int>({1, 1, -1, -1, -1, -1}));
+  EXPECT_EQ(VarValue(e, "Q"), "-1:0.000000");
+  EXPECT_EQ(VarValue(e, 5), "-1:0.000000");
+  EXPECT_EQ(VarValue(e, 1), "1:3.000000");
+  EXPECT_EQ(Eval(e), 15.0);
   e.SetVarValue(1, 1);
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 5.0);
+  EXPECT_EQ(Eval(e), 5.0);
 }
 
-TEST(CKAExpressionVariables, LongNamesAreCutToSevenCharacters) {
+TEST(CKAExpressionVariables, LongNamesAreCutAndReanalysisForgetsOldVariables) {
   CKAExpression e;
   ASSERT_EQ(e.Analysis("pressure1 + PRESSUR"), 1);
   EXPECT_EQ(e.GetVarCount(), 1);
   EXPECT_EQ(e.SetVarValue("Pressur", 2), 1);
   EXPECT_EQ(e.FindVarID("PRESSURE1"), -1);  // the stored name has 7 characters
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 4.0);
-}
-
-TEST(CKAExpressionVariables, ReanalysisForgetsOldVariables) {
-  CKAExpression e;
+  EXPECT_EQ(Eval(e), 4.0);
   ASSERT_EQ(e.Analysis("A+B"), 1);
   e.SetVarValue("A", 5);
   e.SetVarValue("B", 6);
@@ -517,52 +435,49 @@ TEST(CKAExpressionVariables, ReanalysisForgetsOldVariables) {
   EXPECT_EQ(e.GetVarCount(), 2);
   EXPECT_EQ(e.FindVarID("B"), 1);
   EXPECT_EQ(e.FindVarID("A"), -1);
-  double v = 9;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 0.0);  // values not set again are 0.0
+  EXPECT_EQ(Eval(e), 0.0);  // values not set again are 0.0
 }
 
-TEST(CKAExpressionVariables, AtMostSixtyFiveVariables) {
+// One Analysis after another on one object: result code, postfix tokens, variable count, and
+// Evaluate's result code (values 0.0).
+TEST(CKAExpressionVariables, AnalysisFailuresLeaveTheDocumentedState) {
   CKAExpression e;
+  const struct {
+    const char* text;
+    int rc;
+    const char* postfix;
+    int vars, eval_rc;
+  } steps[] = {
+      // clang-format off
+      {nullptr, -5, "", 0, -1}, {"X+1", 1, "X 1 +", 1, 1},
+      {nullptr, -5, "X 1 +", 1, 1},  // nothing changes
+      {"X+Y=Z", -4, "X Y", 0, -1},   // partial postfix kept, no variables
+      {"X+(Y", -1, "", 0, -1}, {"(X+Y", 1, "X Y +", 2, 1}, {"(X", -1, "", 0, -1},
+      {"SUM[65]", 1, "", 65, 1},     // postfix not compared for this one
+      {"SUM[70]", -1, "", 0, -1},    // the 66th variable is refused: back to the empty state
+      {"SUM[9999999]", -1, "", 0, -1},
+      // clang-format on
+  };
+  for (const auto& s : steps) {
+    EXPECT_EQ(e.Analysis(s.text), s.rc) << (s.text ? s.text : "null");
+    if (s.vars != 65) {
+      EXPECT_EQ(Postfix(e), s.postfix);
+    }
+    EXPECT_EQ(e.GetVarCount(), s.vars);
+    EXPECT_EQ(e.m_arVarOperand.m_nCount, s.vars);
+    Eval(e, s.eval_rc);
+  }
   ASSERT_EQ(e.Analysis("SUM[65]"), 1);
-  EXPECT_EQ(e.GetVarCount(), 65);
   EXPECT_EQ(e.FindVarID("A65"), 65);
   EXPECT_EQ(e.m_arPolish.m_pData[65].m_nParam, 65);
-  EXPECT_EQ(e.Analysis("SUM[70]"), -1);  // the 66th variable is refused
-  EXPECT_EQ(e.GetVarCount(), 0);
-  EXPECT_EQ(e.m_arPolish.m_nCount, 0);
-  EXPECT_EQ(e.m_arVarOperand.m_nCount, 0);
-  double v = 1;
-  EXPECT_EQ(e.Evaluate(v), -1);
-  EXPECT_EQ(e.Analysis("SUM[9999999]"), -1);
   EXPECT_EQ(e.Analysis("SUM[9999999] 1=2"), -4);
   EXPECT_EQ(e.m_arPolish.m_pData[66].m_nParam, 9999999);  // the count given is kept
-
   CKAExpression::SVarOperand var = {"abc", 4.5};
   CKAExpression fresh;
   EXPECT_EQ(fresh.AddVarOperand(&var), 1);
   EXPECT_STREQ(var.m_szName, "ABC");  // the caller's record changes too
   EXPECT_EQ(var.m_dValue, 0.0);
   EXPECT_EQ(fresh.AddVarOperand(nullptr), -1);
-}
-
-TEST(CKAExpressionVariables, FailuresLeaveTheDocumentedState) {
-  CKAExpression e;
-  EXPECT_EQ(e.Analysis(nullptr), -5);
-  ASSERT_EQ(e.Analysis("X+1"), 1);
-  EXPECT_EQ(e.Analysis(nullptr), -5);  // nothing changes
-  EXPECT_EQ(e.GetVarCount(), 1);
-  EXPECT_EQ(Postfix(e), "X 1 +");
-  EXPECT_EQ(e.Analysis("X+Y=Z"), -4);  // partial postfix kept, no variables
-  EXPECT_EQ(Postfix(e), "X Y");
-  EXPECT_EQ(e.GetVarCount(), 0);
-  double v = 1;
-  EXPECT_EQ(e.Evaluate(v), -1);
-  EXPECT_EQ(e.Analysis("X+(Y"), -1);
-  EXPECT_EQ(e.Analysis("(X+Y"), 1);
-  EXPECT_EQ(e.Analysis("(X"), -1);
-  EXPECT_EQ(e.GetVarCount(), 0);
-  EXPECT_EQ(e.m_arPolish.m_nCount, 0);
 }
 
 TEST(CKAExpressionText, GetExpressionReturnsTheTrimmedText) {
@@ -589,65 +504,42 @@ void ExpectResultCodes(CKAExpression& e, const std::string& text) {
   EXPECT_TRUE(eval_rc == 1 || eval_rc == -1 || eval_rc == -2) << eval_rc;
 }
 
-TEST(CKAExpressionBadInput, HugeAndDeepTexts) {
+TEST(CKAExpressionBadInput, HugeDeepAndLongTexts) {
   CKAExpression e;
   std::string sum = "1";
   for (int i = 0; i < 350000; ++i) sum += "+1";  // about 1 MB
   ASSERT_EQ(e.Analysis(sum.c_str()), 1);
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 350001.0);
-
+  EXPECT_EQ(Eval(e), 350001.0);
   ExpectResultCodes(e, std::string(1 << 20, 'Z'));
   ExpectResultCodes(e, std::string(10000, '(') + "1" + std::string(10000, ')'));
   ExpectResultCodes(e, "(" + std::string(10000, '@') + "1)");
   ExpectResultCodes(e, std::string(10000, '@') + "1");
-  std::string pow = "2";
-  for (int i = 0; i < 10000; ++i) pow += "^1";
+  std::string pow = "2", list = "SUM(", plain, mixed = "SUM(";
+  for (int i = 0; i < 10000; ++i) pow += "^1", list += "1,", plain += "7 ", mixed += "X ";
   ExpectResultCodes(e, pow);
-}
-
-TEST(CKAExpressionBadInput, TenThousandOperands) {
-  CKAExpression e;
-  std::string list = "SUM(";
-  for (int i = 0; i < 10000; ++i) list += "1,";
-  list += "1)";
-  ASSERT_EQ(e.Analysis(list.c_str()), 1);
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);  // values beyond 128 pending are lost, not reported
-  std::string plain;
-  for (int i = 0; i < 10000; ++i) plain += "7 ";
+  ASSERT_EQ(e.Analysis((list + "1)").c_str()), 1);
+  Eval(e);  // values beyond 128 pending are lost, not reported
   ASSERT_EQ(e.Analysis(plain.c_str()), 1);
-  EXPECT_EQ(e.Evaluate(v), -1);
-  std::string mixed = "SUM(";
-  for (int i = 0; i < 10000; ++i) mixed += "X ";
-  mixed += ")";
-  ASSERT_EQ(e.Analysis(mixed.c_str()), 1);
+  Eval(e, -1);
+  ASSERT_EQ(e.Analysis((mixed + ")").c_str()), 1);
   EXPECT_EQ(e.GetVarCount(), 1);
   e.SetVarValue("X", 0.5);
-  EXPECT_EQ(e.Evaluate(v), 1);
+  Eval(e);
 }
 
-TEST(CKAExpressionBadInput, ReusedObjectSurvivesManyMalformedTexts) {
+TEST(CKAExpressionBadInput, ReusedObjectSurvivesManyMalformedAndRandomTexts) {
   CKAExpression e;
   for (int i = 0; i < 300; ++i) EXPECT_EQ(e.Analysis("((("), -1);
   EXPECT_LE(e.m_stackOperator.m_nCount, 128);
   ASSERT_EQ(e.Analysis("(1+2)*3"), 1);
-  double v = 0;
-  EXPECT_EQ(e.Evaluate(v), 1);
-  EXPECT_EQ(v, 9.0);
-}
-
-TEST(CKAExpressionBadInput, RandomBytesAndRandomFormulas) {
+  EXPECT_EQ(Eval(e), 9.0);
   std::mt19937 rng(4711);
   const std::string alphabet = "()[]+-*/^@%,#<>=! \tABXYSUMAVEMINCOSQRTLOGNDabs0123456789.";
-  CKAExpression e;
   for (int i = 0; i < 4000; ++i) {
     std::string text;
     const int length = static_cast<int>(rng() % 40);
     for (int k = 0; k < length; ++k) {
-      const bool any_byte = (i % 2) == 0;
-      text += any_byte ? static_cast<char>(1 + rng() % 255) : alphabet[rng() % alphabet.size()];
+      text += i % 2 == 0 ? static_cast<char>(1 + rng() % 255) : alphabet[rng() % alphabet.size()];
     }
     ExpectResultCodes(e, text);
   }
