@@ -82,6 +82,35 @@ class CKAList {
     return node;
   }
 
+  // Bucket runs of the dictionary and the map: count adjacent nodes starting at first.
+  // Returns the run's node whose element satisfies matches, or null; *last receives the last
+  // node examined.
+  template <class Match>
+  static SListNode* FindInRun(SListNode* first, int count, Match matches, SListNode** last) {
+    SListNode* node = first;
+    for (int i = 0; i < count && node; ++i, node = node->m_pNext) {
+      if (matches(node->m_Data)) return node;
+      *last = node;
+    }
+    return nullptr;
+  }
+
+  // Unless an element of the run matches, links make() behind the run (at the tail when the
+  // run is empty), updates first and count and returns true; otherwise returns false.
+  template <class Match, class Make>
+  bool AddToRun(SListNode*& first, int& count, Match matches, Make make) {
+    if (count <= 0) {
+      first = LinkAfter(m_pTail, make());
+      count = 1;
+      return true;
+    }
+    SListNode* last = nullptr;
+    if (FindInRun(first, count, matches, &last)) return false;
+    LinkAfter(last, make());
+    ++count;
+    return true;
+  }
+
   // Exchanges the nodes of the two lists; no node is copied or moved in memory.
   void Swap(CKAList& other) {
     std::swap(m_pHead, other.m_pHead);

@@ -79,24 +79,18 @@ class CKAMap {
   bool Add(K key, const V& value) {
     if (!m_pHashTable) return false;
     SHashBucket& bucket = m_pHashTable[GetHashKey(key)];
-    if (bucket.m_nCount <= 0) {
-      bucket.m_pFirst = m_lstNode.LinkAfter(m_lstNode.m_pTail, new SListNode(key, value));
-      bucket.m_nCount = 1;
-      return true;
-    }
-    SListNode* last = nullptr;
-    if (FindInRun(bucket, key, &last)) return false;
-    m_lstNode.LinkAfter(last, new SListNode(key, value));
-    ++bucket.m_nCount;
-    return true;
+    return m_lstNode.AddToRun(bucket.m_pFirst, bucket.m_nCount, Matches(key),
+                              [&]() { return new SListNode(key, value); });
   }
 
   // Copies the value stored under key into value and returns true; false, value untouched,
   // when the key is absent or there is no bucket table.
   bool Find(K key, V& value) const {
     if (!m_pHashTable) return false;
+    const SHashBucket& bucket = m_pHashTable[GetHashKey(key)];
     SListNode* last = nullptr;
-    const SListNode* node = FindInRun(m_pHashTable[GetHashKey(key)], key, &last);
+    const SListNode* node =
+        CKAList<SNode>::FindInRun(bucket.m_pFirst, bucket.m_nCount, Matches(key), &last);
     if (!node) return false;
     value = node->m_Data.m_Value;
     return true;
@@ -112,16 +106,12 @@ class CKAMap {
   int GetCount() const { return m_lstNode.m_nCount; }
 
  private:
-  // Walks the bucket's run (at most its count of nodes); returns the node with key or null,
-  // and leaves the run's last node in *last.
-  static SListNode* FindInRun(const SHashBucket& bucket, K key, SListNode** last) {
-    SListNode* node = bucket.m_pFirst;
-    for (int i = 0; i < bucket.m_nCount && node; ++i, node = node->m_pNext) {
-      if (node->m_Data.m_Key == key) return node;
-      *last = node;
-    }
-    return nullptr;
-  }
+  // The test for an entry with key.
+  struct Matches {
+    K key;
+    explicit Matches(K k) : key(k) {}
+    bool operator()(const SNode& entry) const { return entry.m_Key == key; }
+  };
 };
 
 #endif  // ZUSTD_ZU_MAP_H
