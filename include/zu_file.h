@@ -3,6 +3,9 @@
 // line, measures the file whether or not it is open, and renames or removes it while keeping
 // the stored name in step. The parameter-file class and the log writer do their file work
 // through it.
+// Streams are opened close-on-exec, so they do not leak into programs started with exec.
+// A file that Open creates never gets write permission for others, whatever the umask
+// (a daemon's umask is often 0); an existing file keeps its mode.
 // Thread safety: none; an object is used by one thread at a time.
 #ifndef ZUSTD_ZU_FILE_H
 #define ZUSTD_ZU_FILE_H
@@ -46,23 +49,30 @@ class ZUSTD_API CKAFile {
 
   // Opens the named file with the mode chosen from nFlags: READ alone "r", WRITE alone "w";
   // both or neither "r+", with CREATE "a+", with CREATE|TRUNCATE "w+"; BINARY appends "b".
-  // True when fopen gave a stream. A stream still open is closed first rather than lost.
+  // True when a stream was opened. A stream still open is closed first rather than lost.
   bool Open(int nFlags);
-  // fopen with the caller's mode text; true when a stream came back. A stream still open
-  // is closed first. A null mode returns false and leaves the stream alone.
+  // Opens with the caller's fopen mode text ("r", "w+b", "a+" ...); true when a stream came
+  // back. A stream still open is closed first. A null mode returns false and leaves the
+  // stream alone. A dangling symbolic link is created through only when it belongs to the
+  // effective user or root.
   bool Open(const char* szMode);
   // Bytes read by fread into pBuf, at most nLen; -1 with no stream, a null pBuf or a
   // negative nLen.
   int Read(char* pBuf, int nLen);
-  // Bytes written by fwrite from pBuf, at most nLen; -1 with no stream, a null pBuf or a
-  // negative nLen.
+  // Bytes of pBuf written, at most nLen: the count is exact, since lines still buffered are
+  // flushed first and the block is handed to the kernel before Write returns (0 when the
+  // buffered lines could not be written, a short count on a full disk). -1 with no stream,
+  // a null pBuf or a negative nLen.
   int Write(const char* pBuf, int nLen);
   // fgets into pBuf (at most nLen - 1 bytes, then NUL); the newline, if it fitted, stays.
   // False with no stream, at end of file or on error; also for a null pBuf or nLen < 1.
   bool ReadLine(char* pBuf, int nLen);
-  // Writes szLine and one line feed; nothing with no stream or a null szLine.
+  // Writes szLine and one line feed into the stream's buffer; nothing with no stream or a
+  // null szLine. It has no result: a failure to write the buffer shows in the next Write's
+  // count (0); a program that must know uses Write.
   void WriteLine(const char* szLine);
-  // Closes the stream if one is open.
+  // Closes the stream if one is open. Buffered lines that cannot be written are lost
+  // silently; see WriteLine.
   void Close();
 
   // True when the named file exists (access F_OK); independent of the stream.

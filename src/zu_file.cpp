@@ -3,10 +3,13 @@
 // The null-name assertion fires in every build type, so assert.h is read without NDEBUG.
 #undef NDEBUG
 #include <assert.h>
+#include <errno.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstring>
+
+#include "zu_file_internal.h"
 
 namespace {
 
@@ -68,7 +71,12 @@ bool CKAFile::Open(int nFlags) {
 bool CKAFile::Open(const char* szMode) {
   if (szMode == nullptr) return false;
   Close();  // a stream still open is closed rather than lost
-  m_pFile = std::fopen(m_sFileName.GetBuf(), szMode);
+  int nFlags = 0;
+  if (!zu_internal::FlagsForFopenMode(szMode, &nFlags)) return false;
+  const int fd = zu_internal::OpenNoWorldWrite(m_sFileName.GetBuf(), nFlags);
+  if (fd < 0) return false;
+  m_pFile = fdopen(fd, szMode);
+  if (m_pFile == nullptr) close(fd);
   return m_pFile != nullptr;
 }
 
@@ -79,7 +87,19 @@ int CKAFile::Read(char* pBuf, int nLen) {
 
 int CKAFile::Write(const char* pBuf, int nLen) {
   if (m_pFile == nullptr || pBuf == nullptr || nLen < 0) return -1;
-  return static_cast<int>(std::fwrite(pBuf, 1, static_cast<size_t>(nLen), m_pFile));
+  // Lines still buffered go first; the block then goes straight to the kernel, so the count
+  // is what was really written. fflush also drops read-ahead and puts the descriptor at
+  // the stream's position.
+  if (std::fflush(m_pFile) != 0) return 0;
+  const int fd = fileno(m_pFile);
+  int nDone = 0;
+  while (nDone < nLen) {
+    const ssize_t n = write(fd, pBuf + nDone, static_cast<size_t>(nLen - nDone));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    nDone += static_cast<int>(n);
+  }
+  return nDone;
 }
 
 bool CKAFile::ReadLine(char* pBuf, int nLen) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "zu_file_internal.h"
 #include "zu_token.h"
 
 namespace {
@@ -18,6 +19,11 @@ constexpr int kLineBuffer = 1024;
 // The white space of trimming: space, tab, line feed, carriage return.
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// A line feed or carriage return would split the text into lines of its own in the file.
+bool HasLineBreak(const char* text) {
+  return text != nullptr && std::strpbrk(text, "\r\n") != nullptr;
 }
 
 // Builds the header text "[" section "]".
@@ -64,6 +70,7 @@ void RemoveLines(CKAArray<CKAString>& lines, int index, int count) {
 void InsertLines(CKAArray<CKAString>& lines, int index, const std::vector<CKAString>& items) {
   const int nOld = lines.m_nCount;
   const int nAdd = static_cast<int>(items.size());
+  if (nAdd == 0) return;  // the shift below would assign each line to itself, emptying it
   for (const CKAString& item : items) lines.AddBefore(lines.m_nCount, item);
   for (int i = nOld - 1; i >= index; --i) lines[i + nAdd] = lines[i];
   for (int i = 0; i < nAdd; ++i) lines[index + i] = items[static_cast<size_t>(i)];
@@ -103,17 +110,18 @@ bool CKAPara::SetFileName(const char* name) {
 }
 
 bool CKAPara::WriteToFile() {
-  if (!Open("w+")) return false;
-  SeekToBegin();
-  for (int i = 0; i < m_arLine.m_nCount; ++i) WriteLine(m_arLine[i].GetBuf());
-  Close();
-  return true;
+  std::string text;
+  for (int i = 0; i < m_arLine.m_nCount; ++i) {
+    text += m_arLine[i].GetBuf();
+    text += '\n';
+  }
+  return zu_internal::ReplaceFileContents(GetFileName().GetBuf(), text);
 }
 
 bool CKAPara::DeleteAll() {
   if (!m_bLoaded) return false;
-  Open("w+");  // the result is true even when the file could not be emptied
-  Close();
+  // Kept: true even when the file could not be emptied (it then stays as it was).
+  zu_internal::ReplaceFileContents(GetFileName().GetBuf(), std::string());
   m_arLine.m_nCount = 0;
   return true;
 }
@@ -157,7 +165,7 @@ bool CKAPara::GetValueString(int index, CKAString& value) {
 }
 
 bool CKAPara::SetValueString(int index, const char* value) {
-  if (value == nullptr || index < 0 || index >= m_arLine.m_nCount) return false;
+  if (value == nullptr || HasLineBreak(value) || index < 0 || index >= m_arLine.m_nCount) return false;
   CKAString& line = m_arLine[index];
   const char* eq = std::strchr(line.GetBuf(), '=');
   if (eq == nullptr) return false;
@@ -243,6 +251,7 @@ bool CKAPara::SetReal(const char* section, const char* key, double value) {
 
 bool CKAPara::SetString(const char* section, const char* key, const char* value) {
   if (section == nullptr || key == nullptr) return false;
+  if (HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value)) return false;
   if (value == nullptr) return DeleteSubKey(section, key);
   const int nLine = SearchLine(section, key);
   if (nLine < 1) {
@@ -257,7 +266,8 @@ bool CKAPara::SetString(const char* section, const char* key, const char* value)
 
 bool CKAPara::AddValueString(const char* section, const char* key, const char* value, int nPos) {
   if (key == nullptr || value == nullptr || nPos == INT_MIN) return false;
-  if (nPos == 0 && section == nullptr) return false;
+  if (nPos == 0 && (section == nullptr || HasLineBreak(section))) return false;
+  if (HasLineBreak(key) || HasLineBreak(value)) return false;
   if (nPos == 0) {
     m_arLine.AddBefore(m_arLine.m_nCount, CKAString(""));
     MakeHeader(m_strTemp, section);
@@ -308,7 +318,7 @@ bool CKAPara::DeleteKey(const char* section) {
 }
 
 bool CKAPara::SetKeyList(const char* section, const char* list) {
-  if (section == nullptr || list == nullptr) return false;
+  if (section == nullptr || list == nullptr || HasLineBreak(section)) return false;
   MakeHeader(m_strTemp, section);
   const CKAString items(list);
   int nHeader = -1;

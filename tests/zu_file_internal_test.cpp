@@ -1,0 +1,214 @@
+#include "zu_file_internal.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "test_util.h"
+
+namespace {
+
+using zutest::ReadFile;
+using zutest::WriteFile;
+namespace zi = zu_internal;
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+std::vector<std::string> Names(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Sets the umask for one test and restores it afterwards.
+class UmaskScope {
+ public:
+  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
+  ~UmaskScope() { umask(m_old); }
+
+ private:
+  mode_t m_old;
+};
+
+// Runs body in a forked child and returns its exit status (or 128 + signal).
+template <typename Body>
+int InChild(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST(FlagsForFopenMode, MapsModesAsFopenDoes) {
+  const struct {
+    const char* mode;
+    int flags;
+  } kRows[] = {
+      {"r", O_RDONLY},
+      {"rb", O_RDONLY},
+      {"r+", O_RDWR},
+      {"rb+", O_RDWR},
+      {"w", O_WRONLY | O_CREAT | O_TRUNC},
+      {"w+b", O_RDWR | O_CREAT | O_TRUNC},
+      {"wx", O_WRONLY | O_CREAT | O_TRUNC | O_EXCL},
+      {"a", O_WRONLY | O_CREAT | O_APPEND},
+      {"a+", O_RDWR | O_CREAT | O_APPEND},
+      {"re", O_RDONLY},
+      {"r,ccs=+", O_RDONLY},
+  };
+  for (const auto& row : kRows) {
+    int flags = -1;
+    EXPECT_TRUE(zi::FlagsForFopenMode(row.mode, &flags)) << row.mode;
+    EXPECT_EQ(flags, row.flags) << row.mode;
+  }
+  int flags = 0;
+  for (const char* bad : {"", "x", "+r", "b"}) EXPECT_FALSE(zi::FlagsForFopenMode(bad, &flags));
+  EXPECT_FALSE(zi::FlagsForFopenMode(nullptr, &flags));
+}
+
+class FileInternalTest : public zutest::TempDirTest {};
+
+TEST_F(FileInternalTest, CreatedFilesLoseWriteForOthersExistingKeepTheirMode) {
+  UmaskScope mask(0);
+  const std::string created = Path("new");
+  int fd = zi::OpenNoWorldWrite(created.c_str(), O_WRONLY | O_CREAT);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+  close(fd);
+  EXPECT_EQ(ModeOf(created), 0664u);
+
+  const std::string existing = Path("old");
+  ASSERT_TRUE(WriteFile(existing, "x"));
+  chmod(existing.c_str(), 0666);
+  fd = zi::OpenNoWorldWrite(existing.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  EXPECT_EQ(ModeOf(existing), 0666u);
+  EXPECT_EQ(ReadFile(existing), "x");
+
+  fd = zi::OpenNoWorldWrite(Path("excl").c_str(), O_WRONLY | O_CREAT | O_EXCL);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  EXPECT_EQ(ModeOf(Path("excl")), 0664u);
+  EXPECT_EQ(zi::OpenNoWorldWrite(Path("missing").c_str(), O_RDONLY), -1);
+}
+
+TEST_F(FileInternalTest, DanglingOwnLinkCreatesItsTarget) {
+  UmaskScope mask(0);
+  ASSERT_EQ(symlink("target", Path("link").c_str()), 0);
+  const int fd = zi::OpenNoWorldWrite(Path("link").c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  EXPECT_EQ(ModeOf(Path("target")), 0664u);
+}
+
+TEST_F(FileInternalTest, ResolvesChainsOfOwnLinksAndStopsAtLoops) {
+  ASSERT_TRUE(WriteFile(Path("file"), "x"));
+  ASSERT_EQ(mkdir(Path("sub").c_str(), 0755), 0);
+  ASSERT_EQ(symlink("../file", Path("sub/rel").c_str()), 0);
+  ASSERT_EQ(symlink(Path("sub/rel").c_str(), Path("abs").c_str()), 0);
+  std::string resolved;
+  ASSERT_TRUE(zi::ResolveTrustedLinks(Path("abs"), &resolved));
+  EXPECT_EQ(resolved, Path("sub/../file"));
+  ASSERT_TRUE(zi::ResolveTrustedLinks(Path("none"), &resolved));
+  EXPECT_EQ(resolved, Path("none"));
+
+  ASSERT_EQ(symlink("loop2", Path("loop1").c_str()), 0);
+  ASSERT_EQ(symlink("loop1", Path("loop2").c_str()), 0);
+  EXPECT_FALSE(zi::ResolveTrustedLinks(Path("loop1"), &resolved));
+  EXPECT_EQ(errno, ELOOP);
+}
+
+// Root can give a link to another user; others cannot fake the owner.
+TEST_F(FileInternalTest, RefusesLinksOfOtherUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
+  ASSERT_TRUE(WriteFile(Path("victim"), "secret\n"));
+  ASSERT_EQ(symlink(Path("victim").c_str(), Path("planted").c_str()), 0);
+  ASSERT_EQ(lchown(Path("planted").c_str(), 65534, 65534), 0);
+  std::string resolved;
+  EXPECT_FALSE(zi::ResolveTrustedLinks(Path("planted"), &resolved));
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_FALSE(zi::ReplaceFileContents(Path("planted"), "owned\n"));
+  EXPECT_EQ(ReadFile(Path("victim")), "secret\n");
+  ASSERT_EQ(symlink(Path("made").c_str(), Path("dangling").c_str()), 0);
+  ASSERT_EQ(lchown(Path("dangling").c_str(), 65534, 65534), 0);
+  EXPECT_EQ(zi::OpenNoWorldWrite(Path("dangling").c_str(), O_WRONLY | O_CREAT), -1);
+  EXPECT_FALSE(std::filesystem::exists(Path("made"))) << "no file created through it";
+}
+
+TEST_F(FileInternalTest, ReplacesContentsKeepingModeLinksAndNoLeftovers) {
+  UmaskScope mask(0);
+  const std::string file = Path("para.ini");
+  ASSERT_TRUE(WriteFile(file, "old text\n"));
+  chmod(file.c_str(), 0640);
+  ASSERT_EQ(link(file.c_str(), Path("hard").c_str()), 0);
+  ASSERT_EQ(symlink("para.ini", Path("soft").c_str()), 0);
+
+  ASSERT_TRUE(zi::ReplaceFileContents(Path("soft"), std::string("new\0text\n", 9)));
+  EXPECT_EQ(ReadFile(file), std::string("new\0text\n", 9));
+  EXPECT_EQ(ModeOf(file), 0640u);
+  struct stat st;
+  ASSERT_EQ(lstat(Path("soft").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
+  EXPECT_EQ(ReadFile(Path("hard")), "old text\n") << "other hard links keep the old text";
+
+  ASSERT_TRUE(zi::ReplaceFileContents(Path("fresh"), ""));
+  EXPECT_EQ(ReadFile(Path("fresh")), "");
+  EXPECT_EQ(ModeOf(Path("fresh")), 0664u);
+  EXPECT_EQ(Names(m_tmp.path()),
+            (std::vector<std::string>{"fresh", "hard", "para.ini", "soft"}));
+}
+
+TEST_F(FileInternalTest, RefusesWhatIsNoRegularFile) {
+  ASSERT_EQ(mkdir(Path("dir").c_str(), 0755), 0);
+  EXPECT_FALSE(zi::ReplaceFileContents(Path("dir"), "x"));
+  EXPECT_TRUE(std::filesystem::is_directory(Path("dir")));
+  EXPECT_FALSE(zi::ReplaceFileContents(Path("no/such/dir/file"), "x"));
+  EXPECT_FALSE(zi::ReplaceFileContents("", "x"));
+  EXPECT_EQ(Names(m_tmp.path()), std::vector<std::string>{"dir"});
+}
+
+TEST_F(FileInternalTest, FullDiskLeavesTheOldFileAndNoTemporary) {
+  const std::string file = Path("big");
+  const std::string old(3000, 'o');
+  ASSERT_TRUE(WriteFile(file, old));
+  const int status = InChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = {4096, 4096};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return zi::ReplaceFileContents(file, std::string(10000, 'n')) ? 1 : 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ReadFile(file), old);
+  EXPECT_EQ(Names(m_tmp.path()), std::vector<std::string>{"big"});
+}
+
+TEST_F(FileInternalTest, ReadOnlyDirectoryFailsAndKeepsTheFile) {
+  if (geteuid() == 0) GTEST_SKIP() << "root writes into read-only directories";
+  ASSERT_EQ(mkdir(Path("ro").c_str(), 0755), 0);
+  ASSERT_TRUE(WriteFile(Path("ro/f"), "keep\n"));
+  chmod(Path("ro").c_str(), 0555);
+  EXPECT_FALSE(zi::ReplaceFileContents(Path("ro/f"), "lost\n"));
+  chmod(Path("ro").c_str(), 0755);
+  EXPECT_EQ(ReadFile(Path("ro/f")), "keep\n");
+  EXPECT_EQ(Names(Path("ro")), std::vector<std::string>{"f"});
+}
+
+}  // namespace
