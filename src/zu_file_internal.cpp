@@ -86,9 +86,9 @@ std::string TempName(const std::string& dir, const std::string& base) {
   static std::atomic<unsigned> counter{0};
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  const unsigned long long mix =
-      (static_cast<unsigned long long>(getpid()) << 40) ^
-      (static_cast<unsigned long long>(now.tv_nsec) << 8) ^ counter.fetch_add(1);
+  const unsigned long long mix = (static_cast<unsigned long long>(getpid()) << 40) ^
+                                 (static_cast<unsigned long long>(now.tv_nsec) << 8) ^
+                                 counter.fetch_add(1);
   char suffix[24];
   std::snprintf(suffix, sizeof suffix, ".%012llx", mix & 0xffffffffffffULL);
   return dir + "." + base + suffix;

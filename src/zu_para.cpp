@@ -165,7 +165,8 @@ bool CKAPara::GetValueString(int index, CKAString& value) {
 }
 
 bool CKAPara::SetValueString(int index, const char* value) {
-  if (value == nullptr || HasLineBreak(value) || index < 0 || index >= m_arLine.m_nCount) return false;
+  if (value == nullptr || HasLineBreak(value) || index < 0 || index >= m_arLine.m_nCount)
+    return false;
   CKAString& line = m_arLine[index];
   const char* eq = std::strchr(line.GetBuf(), '=');
   if (eq == nullptr) return false;

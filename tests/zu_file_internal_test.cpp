@@ -172,8 +172,7 @@ TEST_F(FileInternalTest, ReplacesContentsKeepingModeLinksAndNoLeftovers) {
   ASSERT_TRUE(zi::ReplaceFileContents(Path("fresh"), ""));
   EXPECT_EQ(ReadFile(Path("fresh")), "");
   EXPECT_EQ(ModeOf(Path("fresh")), 0664u);
-  EXPECT_EQ(Names(m_tmp.path()),
-            (std::vector<std::string>{"fresh", "hard", "para.ini", "soft"}));
+  EXPECT_EQ(Names(m_tmp.path()), (std::vector<std::string>{"fresh", "hard", "para.ini", "soft"}));
 }
 
 TEST_F(FileInternalTest, RefusesWhatIsNoRegularFile) {
