@@ -1,6 +1,12 @@
 #include "zu_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -162,6 +168,57 @@ TEST_F(FileTest, OneStreamOwnedAndClosedByTheDestructor) {
   }
   EXPECT_EQ(OpenDescriptors(), nBefore);
   EXPECT_EQ(zutest::ReadFile(Path("second")), "one\ntwo\n");
+}
+
+// Write hands its block to the kernel before it returns, so its count is what the file holds
+// even when the disk fills; buffered lines go first.
+TEST_F(FileTest, WriteCountsOnlyBytesThatReachedTheFile) {
+  const std::string name = Path("f");
+  const pid_t pid = fork();
+  if (pid == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {1024, 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    CKAFile file(name.c_str());
+    if (!file.Open("w")) _exit(1);
+    file.WriteLine("0123456789");
+    const std::string block(3000, 'x');
+    const int first = file.Write(block.data(), 3000);
+    const int second = file.Write(block.data(), 10);
+    file.Close();
+    _exit(first == 1024 - 11 && second == 0 ? 0 : 2);
+  }
+  int status = -1;
+  waitpid(pid, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(zutest::ReadFile(name), "0123456789\n" + std::string(1024 - 11, 'x'));
+}
+
+TEST_F(FileTest, StreamsAreCloseOnExecAndCreatedFilesNotWorldWritable) {
+  const mode_t old = umask(0);
+  CKAFile file(Path("f").c_str());
+  ASSERT_TRUE(file.Open(KA_FILE_CREATE));
+  EXPECT_EQ(file.Write("ab", 2), 2);
+  file.Close();
+  struct stat st;
+  ASSERT_EQ(stat(Path("f").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0664u);
+  ASSERT_EQ(chmod(Path("f").c_str(), 0606), 0);
+  ASSERT_TRUE(file.Open("a"));  // an existing file keeps its mode
+  ASSERT_EQ(stat(Path("f").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0606u);
+  umask(old);
+  int stream = -1;  // the descriptor open on the file
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ignored;
+    if (std::filesystem::read_symlink(fd.path(), ignored) == Path("f")) {
+      stream = std::stoi(fd.path().filename().string());
+    }
+  }
+  ASSERT_GE(stream, 0);
+  EXPECT_EQ(fcntl(stream, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+  EXPECT_FALSE(file.Open("q"));
+  EXPECT_FALSE(file.Open(""));
 }
 
 TEST(CKAFileDeathTest, NullFileNameFailsTheAssertion) {

@@ -1,12 +1,17 @@
 #include "zu_para.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -97,7 +102,17 @@ const std::tuple<std::string, Op, C, C, C, bool, std::string> kEdits[] = {
     {"[S]\nold=1\n", kSetKeyList, "S", nullptr, "", true, "[S]\n"},
     {" [S]\n", kSetKeyList, "S", nullptr, nullptr, false, " [S]\n"},
     {" [S]\n", kSetKeyList, nullptr, nullptr, "a=1", false, " [S]\n"},
-    {"[S]\na=1\n\nb=2\n[T]\n", kOwnKeyList, "S", nullptr, nullptr, true, "[S]\nb=2\na=1\n[T]\n"}};
+    {"[S]\na=1\n\nb=2\n[T]\n", kOwnKeyList, "S", nullptr, nullptr, true, "[S]\nb=2\na=1\n[T]\n"},
+    // An empty list has no items: the lines after the section stay as they were.
+    {"[S]\nk=1\n[T]\nt=2\n", kSetKeyList, "S", nullptr, "", true, "[S]\n[T]\nt=2\n"},
+    {"[S]\nk=1\n[T]\nt=2\n", kSetKeyList, "S", nullptr, "\n\n", true, "[S]\n[T]\nt=2\n"},
+    {"[S]\n[T]\nt=2\n", kOwnKeyList, "S", nullptr, nullptr, true, "[S]\n[T]\nt=2\n"},
+    // A line break cannot be stored in a line: such names and values change nothing.
+    {" [U]\n", kSetString, "U", "name", "bob\n[Admin]\nrole=root", false, " [U]\n"},
+    {" [U]\n", kSetString, "U", "na\rme", "bob", false, " [U]\n"},
+    {" [U]\n", kSetInt, "U\n[A]", "n", "1", false, " [U]\n"},
+    {" [U]\n", kSetString, "U\n", "n", nullptr, false, " [U]\n"},
+    {" [U]\n", kSetKeyList, "U]\n[A", nullptr, "a=1", false, " [U]\n"}};
 
 TEST_F(ParaTest, EveryChangeRewritesTheWholeFile) {
   for (size_t i = 0; i < std::size(kEdits); ++i) {
@@ -156,6 +171,9 @@ TEST_F(ParaTest, ValuesAreReadAndReplacedAfterTheFirstEqualSign) {
                   add("S", "k", nullptr, ~7), add(nullptr, "k", "v", 0), add("S", "k", "v", 3),
                   add("S", "k", "v", -100), add("S", "k", "v", INT_MIN)}),
             (Ints{true, true, false, false, false, false, false, false}));
+  EXPECT_EQ((Ints{set(3, "8\n1"), set(3, "\r"), add("S", "k\n", "v", ~7), add("S", "k", "v\r", ~7),
+                  add("S\n", "k", "v", 0)}),
+            (Ints{false, false, false, false, false}));
   EXPECT_EQ(File(), kKinds);
   ASSERT_TRUE(m_para.WriteToFile());
   EXPECT_EQ(File(),
@@ -290,6 +308,133 @@ TEST_F(ParaTest, HundredThousandLines) {
   EXPECT_EQ(after.substr(0, 34), "[S]\nk0=0\nk1=1\nk2=2\nk3=3\nk4=4\nk5=-5");
   ASSERT_TRUE(m_para.DeleteKey("S"));
   EXPECT_EQ(File(), "");
+}
+
+}  // namespace
+
+namespace {
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+std::vector<std::string> Names(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Runs body in a forked child and returns its exit status (or 128 + signal).
+template <typename Body>
+int InChild(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string Key(int i) {
+  return "k" + std::to_string(i);
+}
+
+// A child loops SetInt over every key of a file and is killed at a random moment. After each
+// kill the file must load with every key once, each holding its old value or one the child
+// wrote (a multiple of the key count plus the key's number).
+TEST_F(ParaTest, KillDuringChangesLeavesEveryKeyWithItsOldOrNewValue) {
+  constexpr int kKeys = 200;
+  std::string bytes = "; device settings\n[S]\n";
+  for (int i = 0; i < kKeys; ++i) bytes += Key(i) + "=" + std::to_string(i) + "\n";
+  ASSERT_TRUE(WriteFile(m_path, bytes));
+  std::vector<int> before(kKeys);
+  for (int i = 0; i < kKeys; ++i) before[i] = i;
+  std::mt19937 random(20261124);
+  for (int round = 0; round < 120; ++round) {
+    const int start = static_cast<int>(random() % kKeys) + kKeys * (round + 1) * 1000;
+    const pid_t pid = fork();
+    if (pid == 0) {
+      CKAPara para;
+      if (!para.SetFileName(m_path.c_str())) _exit(3);
+      for (int n = start;; ++n) para.SetInt("S", Key(n % kKeys).c_str(), n);
+    }
+    usleep(static_cast<useconds_t>(random() % 8000));
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    CKAPara check;
+    ASSERT_TRUE(check.SetFileName(m_path.c_str())) << "round " << round;
+    const std::string list = check.GetKeyList("S");
+    ASSERT_EQ(std::count(list.begin(), list.end(), '\n'), kKeys - 1) << "round " << round;
+    for (int i = 0; i < kKeys; ++i) {
+      bool bFound = false;
+      const int value = check.GetInt("S", Key(i).c_str(), -1, &bFound);
+      ASSERT_TRUE(bFound) << "round " << round << " key " << i;
+      ASSERT_TRUE(value == before[i] || (value >= start && value % kKeys == i))
+          << "round " << round << " key " << i << " value " << value;
+      before[i] = value;
+    }
+  }
+}
+
+// A write that fails for want of space returns false and leaves the file as it was, with no
+// temporary file beside it; the model keeps the change.
+TEST_F(ParaTest, FullDiskKeepsTheFileAndReportsFalse) {
+  std::string bytes = "[S]\n";
+  for (int i = 0; i < 300; ++i) bytes += Key(i) + "=" + std::to_string(i) + "\n";
+  Load(bytes);
+  const int status = InChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {4096, 4096};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string big(3000, 'v');
+    const bool bWritten = m_para.SetString("S", "big", big.c_str());
+    return !bWritten && m_para.GetString("S", "big", "", nullptr) == big ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(File(), bytes);
+  EXPECT_EQ(Names(m_tmp.path()), std::vector<std::string>{"para.ini"});
+}
+
+TEST_F(ParaTest, NewFilesAreNeverWorldWritableAndOldOnesKeepTheirMode) {
+  const mode_t old = umask(0);
+  CKAPara para;
+  para.SetFileName(Path("new.ini").c_str());
+  EXPECT_TRUE(para.SetInt("S", "n", 1));
+  EXPECT_EQ(ModeOf(Path("new.ini")), 0664u);
+  Load("[S]\n");
+  ASSERT_EQ(chmod(m_path.c_str(), 0600), 0);
+  EXPECT_TRUE(m_para.SetInt("S", "n", 1));
+  EXPECT_EQ(ModeOf(m_path), 0600u);
+  umask(old);
+}
+
+// A link of the process's own user is followed and stays a link; other hard links of the
+// file keep the old text, since the name is replaced.
+TEST_F(ParaTest, OwnLinksAreFollowedHardLinksKeepTheOldText) {
+  Load("[S]\nn=1\n");
+  ASSERT_EQ(symlink("para.ini", Path("link.ini").c_str()), 0);
+  ASSERT_EQ(link(m_path.c_str(), Path("hard.ini").c_str()), 0);
+  CKAPara para;
+  ASSERT_TRUE(para.SetFileName(Path("link.ini").c_str()));
+  EXPECT_TRUE(para.SetInt("S", "n", 2));
+  EXPECT_EQ(File(), "[S]\nn=2\n");
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link.ini")));
+  EXPECT_EQ(ReadFile(Path("hard.ini")), "[S]\nn=1\n");
+}
+
+TEST_F(ParaTest, ForeignLinksAreRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to give a link to another user";
+  ASSERT_TRUE(WriteFile(Path("shadow"), "root:x:0:\n"));
+  ASSERT_EQ(symlink(Path("shadow").c_str(), m_path.c_str()), 0);
+  ASSERT_EQ(lchown(m_path.c_str(), 65534, 65534), 0);
+  ASSERT_TRUE(m_para.SetFileName(m_path.c_str()));
+  EXPECT_FALSE(m_para.SetString("S", "k", "v"));
+  EXPECT_TRUE(m_para.DeleteAll());  // kept: true even though the file could not be emptied
+  EXPECT_EQ(ReadFile(Path("shadow")), "root:x:0:\n");
+  EXPECT_TRUE(std::filesystem::is_symlink(m_path));
 }
 
 }  // namespace
