@@ -26,9 +26,13 @@ void RemoveDir() {
 
 const std::string& Dir() {
   if (g_dir.empty()) {
-    char tmpl[] = "/tmp/zustd-para-fuzz-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) std::abort();
-    g_dir = tmpl;
+    // Every change syncs the file: memory-backed /dev/shm keeps that cheap where it exists.
+    char shm[] = "/dev/shm/zustd-para-fuzz-XXXXXX";
+    char tmp[] = "/tmp/zustd-para-fuzz-XXXXXX";
+    const char* dir = mkdtemp(shm);
+    if (dir == nullptr) dir = mkdtemp(tmp);
+    if (dir == nullptr) std::abort();
+    g_dir = dir;
     std::atexit(RemoveDir);
   }
   return g_dir;

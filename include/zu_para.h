@@ -3,6 +3,18 @@
 // as an array of trimmed lines; every query scans those lines, and every change edits them
 // and then rewrites the whole file at once. Comments, blank lines and order are kept.
 // Files are opened and closed within each call; no stream stays open between calls.
+// Every rewrite is atomic and durable: the new text goes to a new file in the same
+// directory, which is synced and renamed over the name, and the directory is synced. A kill
+// or power cut at any moment leaves the old file or the new one, never a mix; once a change
+// returns true it survives a power cut. A failed rewrite (full disk, read-only directory,
+// I/O error) returns false and leaves the file byte for byte as it was, with no temporary
+// file beside it. The new file keeps the old one's permission bits (and owner and group
+// where the process may set them); a file created anew gets the mode fopen would give it
+// without write permission for others, whatever the umask. A name that is a symbolic link
+// is followed only when the link belongs to the effective user or root (then the file it
+// leads to is replaced and the link stays); otherwise every rewrite fails. A name with other
+// hard links is replaced alone: the other names keep the old text. A name that is not a
+// regular file (a device, a pipe) is never rewritten.
 // Thread safety: none; an object is used by one thread at a time, and two objects on one
 // file overwrite each other's changes.
 #ifndef ZUSTD_ZU_PARA_H
@@ -31,11 +43,12 @@ class ZUSTD_API CKAPara : public CKAFile {
   // or when the file cannot be opened or is empty: the name is set all the same and the
   // old lines stay, so the next change writes them to the new name.
   bool SetFileName(const char* name);
-  // Rewrites the file from the lines, each followed by one line feed. False when the file
-  // cannot be opened for writing; the lines are unchanged.
+  // Rewrites the file from the lines, each followed by one line feed, atomically (see
+  // above). False when the file cannot be replaced; the file and the lines are unchanged.
   bool WriteToFile();
   // Empties the file and the lines. False, touching nothing, before any successful load.
-  // True even when the file could not be emptied (the lines are emptied all the same).
+  // Kept: true even when the file could not be emptied (it then stays as it was, and the
+  // lines are emptied all the same).
   bool DeleteAll();
 
   // Index (at least 1) of the line of key in section; the complement (-1 - i) of the
@@ -48,7 +61,8 @@ class ZUSTD_API CKAPara : public CKAFile {
   bool GetValueString(int index, CKAString& value);
   // Replaces the text after the line's first "=" by value, in memory only. Spaces after the
   // "=" are dropped with the old value ("port = 80" set to 81 is "port =81"; kept so).
-  // False for an index out of range, a line without "=" or a null value.
+  // False for an index out of range, a line without "=", a null value or a value holding a
+  // line feed or carriage return (the file cannot hold it in one line).
   bool SetValueString(int index, const char* value);
   // The whole entry lines of section (comments skipped, blank lines as empty items) joined
   // by line feeds, without a trailing one; "" for an unknown, empty or null section.
@@ -68,8 +82,9 @@ class ZUSTD_API CKAPara : public CKAFile {
   // Setters store "Y"/"N", "%d", "%.3f" or the text itself. An existing key keeps its place;
   // a new key becomes the first entry of its section; a new section is appended after one
   // blank line. Then the whole file is rewritten: the result is that of the write. A null
-  // section or key returns false with nothing changed. When the write fails the model keeps
-  // the change, so memory and disk differ.
+  // section or key, or a section, key or value holding a line feed or carriage return,
+  // returns false with nothing changed. When the write fails the model keeps the change and
+  // the file stays as it was, so memory and disk differ.
   bool SetBool(const char* section, const char* key, bool value);
   bool SetInt(const char* section, const char* key, int value);
   bool SetReal(const char* section, const char* key, double value);
@@ -80,7 +95,7 @@ class ZUSTD_API CKAPara : public CKAFile {
   // (a blank line, the header and the entry are appended) or the complement of an existing
   // header's index (the entry goes directly after the header; section is then unused).
   // Result of the last insertion; false for a null key or value, a null section with
-  // nPos 0, or a bad nPos.
+  // nPos 0, a bad nPos, or a section, key or value holding a line break.
   bool AddValueString(const char* section, const char* key, const char* value, int nPos);
   // Removes the key's line if present, then rewrites the file: the result is that of the
   // write, even when the key did not exist. False for a null section or key.
@@ -93,7 +108,9 @@ class ZUSTD_API CKAPara : public CKAFile {
   // Replaces the lines of section by the line-feed separated items of list (blank items
   // dropped, items inserted unchanged), then rewrites the file. Kept as is: the items end
   // up in reverse order, and a new section goes to the top of the file without a blank
-  // line. False, nothing changed, for a null section or list.
+  // line. An empty list (or one of only line feeds) leaves the section empty and the lines
+  // after it as they were. False, nothing changed, for a null list or a null section or one
+  // holding a line break.
   bool SetKeyList(const char* section, const char* list);
 
  private:
