@@ -409,6 +409,13 @@ TEST_F(ParaTest, NewFilesAreNeverWorldWritableAndOldOnesKeepTheirMode) {
   EXPECT_TRUE(m_para.SetInt("S", "n", 1));
   EXPECT_EQ(ModeOf(m_path), 0600u);
   umask(old);
+  if (geteuid() != 0) return;  // only root may hand a file to another owner
+  ASSERT_EQ(chown(m_path.c_str(), 65534, 65534), 0);
+  EXPECT_TRUE(m_para.SetInt("S", "n", 2));
+  struct stat st;
+  ASSERT_EQ(stat(m_path.c_str(), &st), 0);
+  EXPECT_EQ(std::vector<unsigned>({st.st_uid, st.st_gid, st.st_mode & 07777u}),
+            std::vector<unsigned>({65534, 65534, 0600}));
 }
 
 // A link of the process's own user is followed and stays a link; other hard links of the
