@@ -1,9 +1,15 @@
-// zu_std: memory and text helpers, base64, local-time helpers, byte order, directory test,
-// socket start-up, path and library-name helpers. Not yet written.
+// zu_std: memory and text helpers, the base64 codec CZUBase64, local-time helpers, and the
+// byte-order, directory-test, socket start-up, path and library-name helpers.
+// Thread safety: every function may be called from any thread; conversions to local time
+// are serialised by one process-wide lock.
 #ifndef ZUSTD_ZU_STD_H
 #define ZUSTD_ZU_STD_H
 
+#include <ctime>
+#include <string>
+
 #include "zu_export.h"
+#include "zu_string.h"
 
 // ---- Memory and text helpers ----
 // Stateless byte and NUL-terminated text helpers; safe to call from any thread.
@@ -43,16 +49,10 @@ class ZUSTD_API CZUBase64 {
   int base64_decode(const char* in, unsigned char* out);
 };
 
-//
-//
-//
-
 // ---- Local time ----
 // Broken-down local time and wall-clock readings. time_t is the platform's: on 32-bit ARM it
 // is 32 bits wide, so instants after 2038-01-19 03:14:07 UTC cannot be held on that target.
 // Every conversion to local time, from any thread, is serialised by one process-wide lock.
-
-#include <ctime>
 
 // Broken-down local time, eight unsigned 16-bit fields. Copyable.
 struct STimeInfo {
@@ -97,10 +97,6 @@ inline unsigned int ka_elapsed_mtime(const SIntervalMTime& start, const SInterva
 // ---- Byte order, directories, sockets, paths, library names ----
 // Small platform helpers. Byte order and socket start-up exist so that code written for other
 // platforms links unchanged; here they do nothing. None of these functions locks.
-
-#include <string>
-
-#include "zu_string.h"
 
 // Returns pData untouched: the target's byte order is the library's order.
 ZUSTD_API void* ka_byteorder(void* pData, int nLen);

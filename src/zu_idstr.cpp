@@ -1,7 +1,8 @@
 #include "zu_idstr.h"
 
 #include <climits>
-#include <functional>
+
+#include "zu_text_internal.h"
 
 namespace {
 
@@ -43,9 +44,8 @@ const char kNoText[] = "";
 // target before reading its source.
 void StageText(CKAString& target, const char* text) {
   if (!text) text = kNoText;
-  const char* begin = target.GetBuf();
-  const std::less<const char*> before;
-  if (!before(text, begin) && !before(begin + target.GetLength(), text)) {
+  // The terminator counts: a text of its own end is still its own storage.
+  if (zu_internal::PointsInto(text, target.GetBuf(), static_cast<size_t>(target.GetLength()) + 1)) {
     const CKAString copy(text);
     target = copy;
   } else {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "zu_file_internal.h"
+#include "zu_text_internal.h"
 #include "zu_token.h"
 
 namespace {
@@ -16,10 +17,7 @@ namespace {
 // Loading reads at most 1023 bytes of a line at a time; longer lines become several lines.
 constexpr int kLineBuffer = 1024;
 
-// The white space of trimming: space, tab, line feed, carriage return.
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
+using zu_internal::IsBlank;
 
 // A line feed or carriage return would split the text into lines of its own in the file.
 bool HasLineBreak(const char* text) {
@@ -57,6 +55,28 @@ bool KeyEquals(const char* text, const char* key, size_t nKey) {
   size_t nEnd = eq == nullptr ? 0 : static_cast<size_t>(eq - text);
   while (nEnd >= 2 && IsBlank(text[nEnd - 1])) --nEnd;
   return nKey == nEnd && std::memcmp(text, key, nEnd) == 0;
+}
+
+// The lines of a section: the index of the first header that names it (-1 when none) and
+// the index of the next line that begins with "[" (the line count when none). Comment lines
+// begin with ";", so they are never taken for a header.
+struct SectionRange {
+  int nHeader;
+  int nEnd;
+};
+
+SectionRange FindSection(const CKAArray<CKAString>& lines, const CKAString& header) {
+  SectionRange range = {-1, lines.m_nCount};
+  for (int i = 0; i < lines.m_nCount; ++i) {
+    const char* text = lines[i].GetBuf();
+    if (range.nHeader < 0) {
+      if (BeginsWithNoCase(text, header)) range.nHeader = i;
+    } else if (text[0] == '[') {
+      range.nEnd = i;
+      break;
+    }
+  }
+  return range;
 }
 
 // Removes count lines at index in one pass; the slots behind the new end keep stale copies.
@@ -127,26 +147,20 @@ bool CKAPara::DeleteAll() {
 }
 
 int CKAPara::SearchLine(const char* section, const char* key) {
-  int nResult = ~m_arLine.m_nCount;
-  if (section == nullptr) return nResult;
+  if (section == nullptr) return ~m_arLine.m_nCount;
   MakeHeader(m_strTemp, section);
-  const size_t nKey = key == nullptr ? 0 : std::strlen(key);
-  bool bInSection = false;
-  for (int i = 0; i < m_arLine.m_nCount; ++i) {
+  const SectionRange range = FindSection(m_arLine, m_strTemp);
+  if (range.nHeader < 0) return ~m_arLine.m_nCount;
+  if (key == nullptr) return ~range.nHeader;
+  const size_t nKey = std::strlen(key);
+  // The line that ends the section is looked at too: a header has an empty key, so an
+  // empty key finds it.
+  const int nLast = range.nEnd < m_arLine.m_nCount ? range.nEnd : m_arLine.m_nCount - 1;
+  for (int i = range.nHeader + 1; i <= nLast; ++i) {
     const char* text = m_arLine[i].GetBuf();
-    if (text[0] == ';') continue;
-    if (!bInSection) {
-      if (BeginsWithNoCase(text, m_strTemp)) {
-        nResult = ~i;
-        bInSection = true;
-      }
-      continue;
-    }
-    // A header has an empty key, so an empty key can match it before it ends the section.
-    if (key != nullptr && KeyEquals(text, key, nKey)) return i;
-    if (text[0] == '[') break;
+    if (text[0] != ';' && KeyEquals(text, key, nKey)) return i;
   }
-  return nResult;
+  return ~range.nHeader;
 }
 
 bool CKAPara::GetValueString(int index, CKAString& value) {
@@ -182,16 +196,11 @@ std::string CKAPara::GetKeyList(const char* section) {
   std::string result;
   if (section == nullptr) return result;
   MakeHeader(m_strTemp, section);
-  bool bInSection = false;
+  const SectionRange range = FindSection(m_arLine, m_strTemp);
   bool bFirst = true;
-  for (int i = 0; i < m_arLine.m_nCount; ++i) {
+  for (int i = range.nHeader + 1; range.nHeader >= 0 && i < range.nEnd; ++i) {
     const char* text = m_arLine[i].GetBuf();
     if (text[0] == ';') continue;
-    if (!bInSection) {
-      bInSection = BeginsWithNoCase(text, m_strTemp);
-      continue;
-    }
-    if (text[0] == '[') break;
     if (!bFirst) result += '\n';
     result += text;
     bFirst = false;
@@ -292,29 +301,16 @@ bool CKAPara::DeleteKey(const char* section) {
   if (section == nullptr) return false;
   MakeHeader(m_strTemp, section);
   const int nCount = m_arLine.m_nCount;
-  if (nCount == 0) return false;
-  int nStart = -1;
-  int nEnd = -1;
-  bool bInSection = false;
-  for (int i = 0; i < nCount; ++i) {
-    const char* text = m_arLine[i].GetBuf();
-    if (text[0] == ';') continue;
-    if (!bInSection) {
-      if (BeginsWithNoCase(text, m_strTemp)) {
-        nStart = nEnd = i;
-        bInSection = true;
-      }
-    } else if (text[0] == '[') {
-      nEnd = i;
-      break;
-    } else if (i == nCount - 1) {
-      // Only a last line that is an entry reaches the end of the file: a section ending in
-      // a comment, or a bare header at the end, is not removed. Deliberate and kept.
-      nEnd = nCount;
-    }
+  const SectionRange range = FindSection(m_arLine, m_strTemp);
+  if (range.nHeader < 0) return false;
+  int nEnd = range.nEnd;
+  if (nEnd == nCount) {
+    // Only a last line that is an entry reaches the end of the file: a section ending in a
+    // comment, or a bare header at the end, is not removed. Deliberate and kept.
+    const bool bEntryLast = nCount - 1 > range.nHeader && m_arLine[nCount - 1].GetBuf()[0] != ';';
+    if (!bEntryLast) nEnd = range.nHeader;
   }
-  if (nStart == -1) return false;
-  RemoveLines(m_arLine, nStart, nEnd - nStart);
+  RemoveLines(m_arLine, range.nHeader, nEnd - range.nHeader);
   return WriteToFile();
 }
 
@@ -322,17 +318,12 @@ bool CKAPara::SetKeyList(const char* section, const char* list) {
   if (section == nullptr || list == nullptr || HasLineBreak(section)) return false;
   MakeHeader(m_strTemp, section);
   const CKAString items(list);
-  int nHeader = -1;
-  for (int i = 0; i < m_arLine.m_nCount && nHeader < 0; ++i) {
-    const char* text = m_arLine[i].GetBuf();
-    if (text[0] != ';' && BeginsWithNoCase(text, m_strTemp)) nHeader = i;
-  }
+  const SectionRange range = FindSection(m_arLine, m_strTemp);
   int nInsert = 1;
-  if (nHeader >= 0) {
-    int nEnd = nHeader + 1;  // comments inside the section go too
-    while (nEnd < m_arLine.m_nCount && m_arLine[nEnd].GetBuf()[0] != '[') ++nEnd;
-    RemoveLines(m_arLine, nHeader + 1, nEnd - nHeader - 1);
-    nInsert = nHeader + 1;
+  if (range.nHeader >= 0) {
+    // Unlike the searches, this removes the section's comment lines too.
+    RemoveLines(m_arLine, range.nHeader + 1, range.nEnd - range.nHeader - 1);
+    nInsert = range.nHeader + 1;
   } else {
     // A new section goes to the top, with no blank line. Deliberate and kept.
     m_arLine.AddBefore(0, m_strTemp);

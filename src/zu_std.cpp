@@ -1,11 +1,20 @@
+// zu_std: memory and text helpers, base64, the local-time helpers and their mutex, and the
+// byte-order, directory-test, socket start-up, path and library-name helpers.
 #include "zu_std.h"
 
-// ---- Memory and text helpers ----
-
 #include <strings.h>
+#include <unistd.h>
 
+#include <array>
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+
+#include "zu_automutex.h"
+#include "zu_mutex_unix.h"
+#include "zu_text_internal.h"
+// ---- Memory and text helpers ----
 
 void ka_memmove(void* dst, const void* src, int n) {
   if (dst == nullptr || src == nullptr || n <= 0 || dst == src) return;
@@ -41,8 +50,6 @@ void ka_tolower(char* s) {
 }
 
 // ---- Base64 ----
-
-#include <array>
 
 namespace {
 
@@ -121,14 +128,7 @@ int CZUBase64::base64_decode(const char* in, unsigned char* out) {
   }
 }
 
-//
-//
-//
-
 // ---- Local time ----
-
-#include "zu_automutex.h"
-#include "zu_mutex_unix.h"
 
 namespace {
 
@@ -178,20 +178,14 @@ int ka_localtime_dayofyear(const time_t* pTime) {
 
 // ---- Byte order, directories, sockets, paths, library names ----
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-
 namespace {
 
-constexpr char kBlanks[] = " \t\r\n";
 constexpr size_t kDllNameBuffer = 80;
 
 std::string trim_blanks(const std::string& text) {
-  const std::string::size_type first = text.find_first_not_of(kBlanks);
+  const std::string::size_type first = text.find_first_not_of(zu_internal::kBlanks);
   if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+  return text.substr(first, text.find_last_not_of(zu_internal::kBlanks) - first + 1);
 }
 
 }  // namespace

@@ -7,23 +7,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
 #include <string>
 
-#include "zu_std.h"
+#include "zu_text_internal.h"
 
 namespace {
 
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
+using zu_internal::IsBlank;
 
-// True when p points into the size bytes starting at buf (std::less gives a total order
-// even for unrelated pointers).
 bool PointsInto(const char* p, const char* buf, int size) {
-  return !std::less<const char*>()(p, buf) && std::less<const char*>()(p, buf + size);
+  return zu_internal::PointsInto(p, buf, static_cast<size_t>(size));
 }
 
 // A text length as the int the string keeps; lengths the counter cannot hold are treated as
@@ -304,7 +299,7 @@ bool CKAString::AddAt(int pos, const char* s) {
   if (PointsInto(s, m_pBuffer, m_nSize)) s = snapshot.assign(s, length).c_str();
   const int oldLength = m_nLength;
   AddNum(length);
-  ka_memmove(m_pBuffer + pos + length, m_pBuffer + pos, oldLength - pos + 1);
+  std::memmove(m_pBuffer + pos + length, m_pBuffer + pos, static_cast<size_t>(oldLength - pos + 1));
   std::memcpy(m_pBuffer + pos, s, static_cast<size_t>(length));
   return true;
 }
@@ -313,7 +308,8 @@ bool CKAString::RemoveAt(int pos, int count) {
   if (count < 1) return true;
   if (pos < 0 || pos >= m_nLength) return false;
   if (count > m_nLength - pos) return false;  // refused, not clamped
-  ka_memmove(m_pBuffer + pos, m_pBuffer + pos + count, m_nLength - pos - count);
+  std::memmove(m_pBuffer + pos, m_pBuffer + pos + count,
+               static_cast<size_t>(m_nLength - pos - count));
   AddNum(-count);
   return true;
 }
