@@ -21,10 +21,10 @@ class ZUSTD_API CKAString {
   // n copies of c; an n below 1 counts as 1, so a count of 0 still gives one character.
   CKAString(char c, int n);
   // Copy of s; a null s gives the empty string.
-  CKAString(const char* s);  // NOLINT(google-explicit-constructor): converts by design
+  CKAString(const char* s);  // implicit: converts by design
   // Empty text with n bytes reserved (1 when n < 1). Not explicit: an int or a char
   // converts through it (see operator+(char, const CKAString&)).
-  CKAString(int n);  // NOLINT(google-explicit-constructor)
+  CKAString(int n);
   // Copy of o's bytes up to its length counter, which is taken over as it stands.
   CKAString(const CKAString& o);
   ~CKAString();

@@ -1,3 +1,4 @@
+// zu_abs: sign tests with a tolerance and JABS.
 #include "zu_abs.h"
 
 namespace {

@@ -1,3 +1,4 @@
+// zu_automutex: CKAAutoMutex, the scoped and bounded guard of a CKAMutex.
 #include "zu_automutex.h"
 
 #include "zu_global_unix.h"

@@ -1,3 +1,4 @@
+// zu_event: CKAEventSend and CKAEventWait, a small polled event queue.
 #include "zu_event.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// zu_file: CKAFile, one buffered stream and the name of its file.
 #include "zu_file.h"
 
 // The null-name assertion fires in every build type, so assert.h is read without NDEBUG.

@@ -1,3 +1,4 @@
+// zu_global_unix: sleep, clocks, daemon start, signals, directories and host name.
 #include "zu_global_unix.h"
 
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// zu_idstr: CKAIDStr and CKAID2Str, id-to-text tables with an id index.
 #include "zu_idstr.h"
 
 #include <climits>

@@ -1,3 +1,4 @@
+// zu_lib_unix: CKALib, loading shared libraries and looking up their symbols.
 #include "zu_lib_unix.h"
 
 #include <dlfcn.h>

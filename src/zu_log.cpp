@@ -1,3 +1,4 @@
+// zu_log: CKALog, numbered log files with one backup generation, and CKALogThread.
 #include "zu_log.h"
 
 #include <climits>

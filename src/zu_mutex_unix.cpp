@@ -1,3 +1,4 @@
+// zu_mutex_unix: CKAMutex, the recursive mutex.
 #include "zu_mutex_unix.h"
 
 CKAMutex::CKAMutex() : m_pMutex(new pthread_mutex_t) {

@@ -1,3 +1,4 @@
+// zu_para: CKAPara, INI-style parameter files held as trimmed lines.
 #include "zu_para.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// zu_socket_unix: IPv4 TCP server and client, UDP server and client.
 #include "zu_socket_unix.h"
 
 #include "zu_global_unix.h"

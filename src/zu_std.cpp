@@ -138,7 +138,7 @@ CKAMutex s_mutex_time;
 // Runs fn on the broken-down local time of *pTime under s_mutex_time. Returns false, without
 // calling fn, for a null pointer or an instant localtime cannot convert.
 template <typename Fn>
-bool with_localtime(const time_t* pTime, Fn fn) {
+bool WithLocaltime(const time_t* pTime, Fn fn) {
   if (pTime == nullptr) return false;
   CKAAutoMutex lock(&s_mutex_time, true);
   const struct tm* tmLocal = localtime(pTime);
@@ -152,7 +152,7 @@ bool with_localtime(const time_t* pTime, Fn fn) {
 STimeInfo ka_localtime(const time_t* pTime) {
   static STimeInfo tmInfo;  // written only under s_mutex_time; its last two fields stay 0
   STimeInfo result = {};
-  with_localtime(pTime, [&result](const struct tm& t) {
+  WithLocaltime(pTime, [&result](const struct tm& t) {
     tmInfo.wYear = static_cast<unsigned short>(t.tm_year + 1900);
     tmInfo.wMonth = static_cast<unsigned short>(t.tm_mon + 1);
     tmInfo.wDay = static_cast<unsigned short>(t.tm_mday);
@@ -166,13 +166,13 @@ STimeInfo ka_localtime(const time_t* pTime) {
 
 int ka_localtime_week(const time_t* pTime) {
   int week = -1;
-  with_localtime(pTime, [&week](const struct tm& t) { week = t.tm_wday; });
+  WithLocaltime(pTime, [&week](const struct tm& t) { week = t.tm_wday; });
   return week;
 }
 
 int ka_localtime_dayofyear(const time_t* pTime) {
   int day = -1;
-  with_localtime(pTime, [&day](const struct tm& t) { day = t.tm_yday; });
+  WithLocaltime(pTime, [&day](const struct tm& t) { day = t.tm_yday; });
   return day;
 }
 
@@ -182,7 +182,7 @@ namespace {
 
 constexpr size_t kDllNameBuffer = 80;
 
-std::string trim_blanks(const std::string& text) {
+std::string TrimBlanks(const std::string& text) {
   const std::string::size_type first = text.find_first_not_of(zu_internal::kBlanks);
   if (first == std::string::npos) return std::string();
   return text.substr(first, text.find_last_not_of(zu_internal::kBlanks) - first + 1);
@@ -206,7 +206,7 @@ void ka_cleanup_socket() {}
 
 std::string ka_get_path_name(const char* szPath) {
   if (szPath == nullptr) return std::string();
-  std::string path = trim_blanks(szPath);
+  std::string path = TrimBlanks(szPath);
   if (path.empty() || path[0] != '$') return path;
   const std::string::size_type slash = path.find('/');
   // Without a slash the name is the whole text with its '$': kept as it is.

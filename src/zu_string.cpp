@@ -1,3 +1,4 @@
+// zu_string: CKAString, the byte string every unit uses.
 #include "zu_string.h"
 
 #include <algorithm>

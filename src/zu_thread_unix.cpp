@@ -1,3 +1,4 @@
+// zu_thread_unix: CKAThread, the base of detached worker threads.
 #include "zu_thread_unix.h"
 
 #include <sched.h>
@@ -11,15 +12,15 @@ static_assert(__atomic_always_lock_free(sizeof(pthread_t), nullptr),
 
 namespace {
 
-pthread_t load_handle(const pthread_t* slot) {
+pthread_t LoadHandle(const pthread_t* slot) {
   return __atomic_load_n(slot, __ATOMIC_ACQUIRE);
 }
 
-void store_handle(pthread_t* slot, pthread_t value) {
+void StoreHandle(pthread_t* slot, pthread_t value) {
   __atomic_store_n(slot, value, __ATOMIC_RELEASE);
 }
 
-void* start_thread(void* pArg) {
+void* StartThread(void* pArg) {
   CKAThread* thread = static_cast<CKAThread*>(pArg);
   thread->Run();
   thread->SetExitState();
@@ -42,13 +43,13 @@ bool CKAThread::Start(void* pParam) {
   pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
   // The platform stores the handle before the new thread runs, so the thread's own reset to 0
   // at its end always comes after it.
-  const int rc = pthread_create(m_pThread, &attr, start_thread, this);
+  const int rc = pthread_create(m_pThread, &attr, StartThread, this);
   pthread_attr_destroy(&attr);
   return rc == 0;
 }
 
 bool CKAThread::SetPriority() {
-  const pthread_t handle = load_handle(m_pThread);
+  const pthread_t handle = LoadHandle(m_pThread);
   if (handle == 0) return false;
   int policy = 0;
   sched_param param;
@@ -59,15 +60,15 @@ bool CKAThread::SetPriority() {
 }
 
 bool CKAThread::IsRunning() {
-  return load_handle(m_pThread) != 0;
+  return LoadHandle(m_pThread) != 0;
 }
 
 void CKAThread::SetExitState() {
-  store_handle(m_pThread, 0);
+  StoreHandle(m_pThread, 0);
 }
 
 int CKAThread::Exit() {
-  const pthread_t handle = load_handle(m_pThread);
+  const pthread_t handle = LoadHandle(m_pThread);
   if (handle == 0) return ESRCH;
   return pthread_cancel(handle);
 }

@@ -1,3 +1,4 @@
+// zu_time: CKATime, an instant in whole seconds, and its local-time views.
 #include "zu_time.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@ constexpr int kSecondsPerDay = 86400;
 constexpr int kSecondsPerWeek = 604800;
 
 // mktime of local standard time (tm_isdst 0, deliberate); -1 when not representable.
-time_t make_standard_time(int year, int month, int day, int hour, int minute, int second) {
+time_t MakeStandardTime(int year, int month, int day, int hour, int minute, int second) {
   struct tm fields = {};
   fields.tm_sec = second;
   fields.tm_min = minute;
@@ -28,16 +29,16 @@ int64_t difference(time_t self, time_t other) {
   return static_cast<int64_t>(self) - static_cast<int64_t>(other);
 }
 
-bool in_range(int value, int low, int high) {
+bool InRange(int value, int low, int high) {
   return value >= low && value <= high;
 }
 
 // a + b with the wrap of 32-bit signed arithmetic, without undefined overflow.
-int32_t wrapping_add(int32_t a, int32_t b) {
+int32_t WrappingAdd(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-int32_t wrapping_mul(int32_t a, int32_t b) {
+int32_t WrappingMul(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
 
@@ -55,11 +56,11 @@ CKATime& CKATime::operator=(const CKATime& t) {
 CKATime::~CKATime() {}
 
 bool CKATime::SetTime(int nYear, int nMonth, int nDay, int nHour, int nMinute, int nSecond) {
-  if (!in_range(nDay, 1, 31) || !in_range(nMonth, 1, 12) || nYear < 1970 ||
-      !in_range(nHour, 0, 23) || !in_range(nMinute, 0, 59) || !in_range(nSecond, 0, 59)) {
+  if (!InRange(nDay, 1, 31) || !InRange(nMonth, 1, 12) || nYear < 1970 || !InRange(nHour, 0, 23) ||
+      !InRange(nMinute, 0, 59) || !InRange(nSecond, 0, 59)) {
     return false;
   }
-  const time_t t = make_standard_time(nYear, nMonth, nDay, nHour, nMinute, nSecond);
+  const time_t t = MakeStandardTime(nYear, nMonth, nDay, nHour, nMinute, nSecond);
   if (t == static_cast<time_t>(-1)) return false;
   m_tTime = t;
   return true;
@@ -71,7 +72,7 @@ bool CKATime::SetTime(const char* szTime) {
   // Neither the count of fields nor their ranges are checked: mktime normalises them.
   static_cast<void>(sscanf(szTime, "%04d-%02d-%02d %02d:%02d:%02d", &year, &month, &day, &hour,
                            &minute, &second));
-  const time_t t = make_standard_time(year, month, day, hour, minute, second);
+  const time_t t = MakeStandardTime(year, month, day, hour, minute, second);
   if (t == static_cast<time_t>(-1)) return false;
   m_tTime = t;
   return true;
@@ -132,11 +133,11 @@ int CKATime::GetDayOfYear() const {
 }
 
 void CKATime::AddTime(int nDays, int nHours, int nMinutes, int nSeconds) {
-  const int32_t hours = wrapping_add(nHours, wrapping_mul(nDays, 24));
-  const int32_t minutes = wrapping_add(nMinutes, wrapping_mul(hours, 60));
-  const int32_t delta = wrapping_add(nSeconds, wrapping_mul(minutes, 60));
+  const int32_t hours = WrappingAdd(nHours, WrappingMul(nDays, 24));
+  const int32_t minutes = WrappingAdd(nMinutes, WrappingMul(hours, 60));
+  const int32_t delta = WrappingAdd(nSeconds, WrappingMul(minutes, 60));
   if (sizeof(time_t) == sizeof(int32_t)) {
-    m_tTime = static_cast<time_t>(wrapping_add(static_cast<int32_t>(m_tTime), delta));
+    m_tTime = static_cast<time_t>(WrappingAdd(static_cast<int32_t>(m_tTime), delta));
   } else {
     m_tTime += delta;
   }

@@ -1,3 +1,4 @@
+// zu_token: CKAToken, a re-entrant delimiter tokenizer.
 #include "zu_token.h"
 
 #include <algorithm>
