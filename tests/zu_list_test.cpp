@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "zu_list.h"
 #include "zu_string.h"
@@ -65,3 +66,37 @@ TEST(CKAList, CopiesAreDeepAndSelfAssignmentKeepsTheNodes) {
   list.Empty();
   EXPECT_EQ(list.GetCount(), 0);
 }
+
+namespace {
+
+// Runs of adjacent nodes, as the dictionary and the map keep their buckets: AddToRun links a
+// new element behind its run unless one in the run matches, FindInRun looks only count nodes.
+TEST(CKAListRuns, AddToRunKeepsEachRunTogetherAndRefusesMatches) {
+  CKAList<int> list;
+  using Node = CKAList<int>::SListNode;
+  Node* odd = nullptr;
+  Node* even = nullptr;
+  int nOdd = 0, nEven = 0;
+  const auto add = [&](int v) {
+    const auto same = [v](int x) { return x == v; };
+    const auto make = [v] { return new Node(v); };
+    return v % 2 ? list.AddToRun(odd, nOdd, same, make) : list.AddToRun(even, nEven, same, make);
+  };
+  EXPECT_EQ((std::vector<int>{add(1), add(2), add(3), add(4), add(5), add(3), add(2)}),
+            (std::vector<int>{true, true, true, true, true, false, false}));
+  EXPECT_EQ(Walk(list), "1 3 5 2 4 ");
+  EXPECT_EQ((std::vector<int>{odd->m_Data, nOdd, even->m_Data, nEven}),
+            (std::vector<int>{1, 3, 2, 2}));
+
+  Node* last = nullptr;
+  const auto is = [](int v) { return [v](int x) { return x == v; }; };
+  EXPECT_EQ(CKAList<int>::FindInRun(odd, nOdd, is(5), &last)->m_Data, 5);
+  EXPECT_EQ(last->m_Data, 3);  // the last node examined before the match
+  EXPECT_EQ(CKAList<int>::FindInRun(odd, nOdd, is(2), &last), nullptr);  // 2 is past the run
+  EXPECT_EQ(last->m_Data, 5);
+  EXPECT_EQ(CKAList<int>::FindInRun(odd, 0, is(1), &last), nullptr);
+  EXPECT_EQ(CKAList<int>::FindInRun(even, 5, is(7), &last), nullptr);  // stops at the tail
+  EXPECT_EQ(last->m_Data, 4);
+}
+
+}  // namespace
