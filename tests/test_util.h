@@ -1,13 +1,18 @@
 // Helpers shared by the unit tests: a temporary directory removed with its contents, whole-file
-// reading and writing, a millisecond stopwatch, starting and joining threads, a time zone set
-// for the test, and (opt-in) a per-thread count of pthread_mutex_trylock calls.
+// reading and writing, file modes and directory listings, a umask for one scope, a forked
+// child, a millisecond stopwatch, starting and joining threads, a time zone set for the test,
+// and (opt-in) a per-thread count of pthread_mutex_trylock calls.
 #ifndef ZUSTD_TESTS_TEST_UTIL_H
 #define ZUSTD_TESTS_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -77,6 +82,45 @@ void RunThreads(int count, Body body) {
   std::vector<std::thread> threads;
   for (int i = 0; i < count; ++i) threads.emplace_back(body, i);
   for (std::thread& t : threads) t.join();
+}
+
+// Permission bits of path itself (a link is not followed); 0 when it does not exist.
+inline mode_t ModeOf(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+// The names in a directory, sorted: shows files left behind.
+inline std::vector<std::string> Names(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// Sets the umask for one scope and restores it afterwards.
+class UmaskScope {
+ public:
+  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
+  ~UmaskScope() { umask(m_old); }
+  UmaskScope(const UmaskScope&) = delete;
+  UmaskScope& operator=(const UmaskScope&) = delete;
+
+ private:
+  mode_t m_old;
+};
+
+// Runs body (returning the exit code) in a forked child; its exit status, or 128 + the
+// signal that ended it.
+template <typename Body>
+int InChild(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // Sets the process time zone (a POSIX TZ text such as "EST5EDT,M3.2.0,M11.1.0").

@@ -22,39 +22,10 @@ using zutest::ReadFile;
 using zutest::WriteFile;
 namespace zi = zu_internal;
 
-mode_t ModeOf(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
-}
-
-std::vector<std::string> Names(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-// Sets the umask for one test and restores it afterwards.
-class UmaskScope {
- public:
-  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
-  ~UmaskScope() { umask(m_old); }
-
- private:
-  mode_t m_old;
-};
-
-// Runs body in a forked child and returns its exit status (or 128 + signal).
-template <typename Body>
-int InChild(Body body) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+using zutest::InChild;
+using zutest::ModeOf;
+using zutest::Names;
+using zutest::UmaskScope;
 
 TEST(FlagsForFopenMode, MapsModesAsFopenDoes) {
   const struct {

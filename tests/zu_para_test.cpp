@@ -314,29 +314,9 @@ TEST_F(ParaTest, HundredThousandLines) {
 
 namespace {
 
-mode_t ModeOf(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
-}
-
-std::vector<std::string> Names(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-// Runs body in a forked child and returns its exit status (or 128 + signal).
-template <typename Body>
-int InChild(Body body) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+using zutest::InChild;
+using zutest::ModeOf;
+using zutest::Names;
 
 std::string Key(int i) {
   return "k" + std::to_string(i);
@@ -399,7 +379,7 @@ TEST_F(ParaTest, FullDiskKeepsTheFileAndReportsFalse) {
 }
 
 TEST_F(ParaTest, NewFilesAreNeverWorldWritableAndOldOnesKeepTheirMode) {
-  const mode_t old = umask(0);
+  zutest::UmaskScope mask(0);
   CKAPara para;
   para.SetFileName(Path("new.ini").c_str());
   EXPECT_TRUE(para.SetInt("S", "n", 1));
@@ -408,7 +388,6 @@ TEST_F(ParaTest, NewFilesAreNeverWorldWritableAndOldOnesKeepTheirMode) {
   ASSERT_EQ(chmod(m_path.c_str(), 0600), 0);
   EXPECT_TRUE(m_para.SetInt("S", "n", 1));
   EXPECT_EQ(ModeOf(m_path), 0600u);
-  umask(old);
   if (geteuid() != 0) return;  // only root may hand a file to another owner
   ASSERT_EQ(chown(m_path.c_str(), 65534, 65534), 0);
   EXPECT_TRUE(m_para.SetInt("S", "n", 2));
