@@ -21,7 +21,17 @@
 #include <thread>
 #include <vector>
 
+#include "zu_string.h"
+
 namespace zutest {
+
+// Container elements as text, for comparing a whole container at once.
+inline std::string Text(int v) {
+  return std::to_string(v);
+}
+inline std::string Text(const CKAString& v) {
+  return v.GetBuf();
+}
 
 // The whole file as bytes; "" when it cannot be read.
 inline std::string ReadFile(const std::string& path) {

@@ -4,17 +4,13 @@
 #include <new>
 #include <string>
 
+#include "test_util.h"
 #include "zu_array.h"
 #include "zu_string.h"
 
 namespace {
 
-std::string Text(int v) {
-  return std::to_string(v);
-}
-std::string Text(const CKAString& v) {
-  return v.GetBuf();
-}
+using zutest::Text;
 
 // "result: elements in use/slots", e.g. "1: 7,8/9"; slots beyond the count are not read.
 template <class T>

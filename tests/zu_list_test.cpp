@@ -3,17 +3,13 @@
 #include <string>
 #include <vector>
 
+#include "test_util.h"
 #include "zu_list.h"
 #include "zu_string.h"
 
 namespace {
 
-std::string Text(int v) {
-  return std::to_string(v);
-}
-std::string Text(const CKAString& v) {
-  return v.GetBuf();
-}
+using zutest::Text;
 
 // The elements head to tail, checked against the walk from tail to head and the count.
 template <class T>
