@@ -11,16 +11,112 @@
 #include <ctime>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
-// Members are compared by name, so open them up for this one translation unit.
-#define private public
-#define protected public
 #include "zustd.h"
-#undef private
-#undef protected
 
 namespace {
+
+// Members are compared by name, private ones too. An explicit instantiation may name a
+// private member, so Expose<Tag, &Class::member> defines MemberOf(Tag), found through the
+// tag, returning the member pointer. No header changes, no undefined behaviour.
+template <typename Tag, auto Member>
+struct Expose {
+  friend constexpr auto MemberOf(Tag) { return Member; }
+};
+#define EXPOSE(C, member)                               \
+  struct Tag_##C##_##member {                           \
+    friend constexpr auto MemberOf(Tag_##C##_##member); \
+  };                                                    \
+  template struct Expose<Tag_##C##_##member, &C::member>;
+#define MEMBER(C, member) MemberOf(Tag_##C##_##member{})
+
+using ArrayOfString = CKAArray<CKAString>;
+using StackOfDouble = CKAStack<double>;
+using ListOfInt = CKAList<int>;
+using DictOfInt = CKADict<int>;
+using IntMap = CKAMap<int, int>;
+using Token = CKAExpression::SToken;
+using VarOperand = CKAExpression::SVarOperand;
+using Bucket = CKADict<int>::SHashBucket;
+using Node = CKAList<double>::SListNode;
+using IDString = CKAIDStr::SIDSTRING;
+using ID2String = CKAID2Str::SID2STRING;
+
+// The documented members of each class, in order.
+#define STRING(X, C) X(C, m_pBuffer) X(C, m_nLength) X(C, m_nSize)
+#define ARRAY(X, C) X(C, m_pData) X(C, m_nCount) X(C, m_nSize) X(C, m_nGrowBy)
+#define STACK(X, C) X(C, m_pData) X(C, m_nMaxSize) X(C, m_nCount) X(C, m_nTop)
+#define LIST(X, C) X(C, m_pHead) X(C, m_pTail) X(C, m_nCount)
+#define HASH(X, C) X(C, m_nHashSize) X(C, m_lstNode) X(C, m_pHashTable)
+#define BUCKET(X, C) X(C, m_nCount) X(C, m_pFirst)
+#define NODE(X, C) X(C, m_pPrev) X(C, m_pNext) X(C, m_Data)
+#define TOKENIZER(X, C) X(C, m_bFirst) X(C, m_pText) X(C, m_pSave) X(C, m_nSize) X(C, m_szDelimiter)
+#define TOKEN(X, C) X(C, m_szName) X(C, m_nType) X(C, m_nParam) X(C, m_nPriority)
+#define VAR_OPERAND(X, C) X(C, m_szName) X(C, m_dValue)
+#define EXPRESSION(X, C) \
+  X(C, m_nVarCount)      \
+  X(C, m_strExpression)  \
+  X(C, m_nPos) X(C, m_nLength) X(C, m_arPolish) X(C, m_arVarOperand) X(C, m_stackOperator)
+#define FILE_MEMBERS(X, C) X(C, m_pFile) X(C, m_sFileName)
+#define PARA(X, C) FILE_MEMBERS(X, C) X(C, m_arLine) X(C, m_bLoaded) X(C, m_strTemp)
+#define MUTEX(X, C) X(C, m_pMutex)
+#define AUTO_MUTEX(X, C) X(C, m_pMutex) X(C, m_bLocked)
+#define TIME(X, C) X(C, m_tTime)
+#define TIME_INFO(X, C)                                                               \
+  X(C, wYear)                                                                         \
+  X(C, wMonth) X(C, wDay) X(C, wHour) X(C, wMinute) X(C, wSecond) X(C, wMilliseconds) \
+      X(C, wReserved)
+#define INTERVAL(X, C) X(C, tSecond) X(C, wMillisecond)
+#define EVENT_SEND(X, C) \
+  X(C, m_mutex) X(C, m_pEvents) X(C, m_nSize) X(C, m_nCount) X(C, m_nWrite) X(C, m_nRead)
+#define EVENT_WAIT(X, C) X(C, m_pEventSend)
+#define LIB(X, C) X(C, m_pHandle) X(C, m_sLibName)
+#define SOCKET(X, C) X(C, m_nSocket)
+#define TCP_SERVER(X, C) X(C, m_pSocket) X(C, m_bOpen) X(C, m_bNeedListen)
+#define TCP_CLIENT(X, C) X(C, m_pSocket) X(C, m_bOpen) X(C, m_bBlock)
+#define UDP_SERVER(X, C) X(C, m_pSocket) X(C, m_bOpen) X(C, m_szGroup) X(C, m_nMode)
+#define ID_TABLE(X, C) X(C, m_arItems) X(C, m_mapIndex) X(C, m_nNum) X(C, m_item)
+#define ID_STRING(X, C) X(C, nID) X(C, strText)
+#define ID2_STRING(X, C) X(C, nID) X(C, nID1) X(C, strText)
+#define LOG(X, C) X(C, m_mutex) X(C, m_file) X(C, m_strBase)
+#define LOG_THREAD(X, C) \
+  X(C, m_pThread) X(C, m_pParam) X(C, m_bRun) X(C, m_log) X(C, m_mutex) X(C, m_vecLog)
+
+STRING(EXPOSE, CKAString)
+TOKENIZER(EXPOSE, CKAToken)
+ARRAY(EXPOSE, ArrayOfString)
+STACK(EXPOSE, StackOfDouble)
+LIST(EXPOSE, ListOfInt)
+HASH(EXPOSE, DictOfInt)
+HASH(EXPOSE, IntMap)
+BUCKET(EXPOSE, Bucket)
+NODE(EXPOSE, Node)
+EXPRESSION(EXPOSE, CKAExpression)
+TOKEN(EXPOSE, Token)
+VAR_OPERAND(EXPOSE, VarOperand)
+FILE_MEMBERS(EXPOSE, CKAFile)
+PARA(EXPOSE, CKAPara)
+LOG(EXPOSE, CKALog)
+TIME(EXPOSE, CKATime)
+TIME_INFO(EXPOSE, STimeInfo)
+INTERVAL(EXPOSE, SIntervalMTime)
+MUTEX(EXPOSE, CKAMutex)
+AUTO_MUTEX(EXPOSE, CKAAutoMutex)
+EVENT_SEND(EXPOSE, CKAEventSend)
+EVENT_WAIT(EXPOSE, CKAEventWait)
+LIB(EXPOSE, CKALib)
+SOCKET(EXPOSE, SKASocketPrivate)
+TCP_SERVER(EXPOSE, CKATcpServer)
+TCP_CLIENT(EXPOSE, CKATcpClient)
+UDP_SERVER(EXPOSE, CKAUdpServer)
+TCP_CLIENT(EXPOSE, CKAUdpClient)
+ID_TABLE(EXPOSE, CKAIDStr)
+ID_TABLE(EXPOSE, CKAID2Str)
+ID_STRING(EXPOSE, IDString)
+ID2_STRING(EXPOSE, ID2String)
+LOG_THREAD(EXPOSE, CKALogThread)
 
 // Plain mirrors of the documented layouts.
 struct MString {
@@ -58,7 +154,7 @@ struct MTok {
   bool m_bFirst;
   char *m_pText, *m_pSave;
   int m_nSize;
-  char m_szDelimiter[sizeof(CKAToken::m_szDelimiter)];
+  char m_szDelimiter[sizeof(std::declval<CKAToken&>().*MEMBER(CKAToken, m_szDelimiter))];
 };
 struct MToken {
   char m_szName[8];
@@ -170,42 +266,8 @@ std::ptrdiff_t OffsetIn(const A& object, const B& member) {
   return reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&object);
 }
 
-// The documented members of each class, in order.
-#define STRING(X) X(m_pBuffer) X(m_nLength) X(m_nSize)
-#define ARRAY(X) X(m_pData) X(m_nCount) X(m_nSize) X(m_nGrowBy)
-#define STACK(X) X(m_pData) X(m_nMaxSize) X(m_nCount) X(m_nTop)
-#define LIST(X) X(m_pHead) X(m_pTail) X(m_nCount)
-#define HASH(X) X(m_nHashSize) X(m_lstNode) X(m_pHashTable)
-#define BUCKET(X) X(m_nCount) X(m_pFirst)
-#define NODE(X) X(m_pPrev) X(m_pNext) X(m_Data)
-#define TOKENIZER(X) X(m_bFirst) X(m_pText) X(m_pSave) X(m_nSize) X(m_szDelimiter)
-#define TOKEN(X) X(m_szName) X(m_nType) X(m_nParam) X(m_nPriority)
-#define VAR_OPERAND(X) X(m_szName) X(m_dValue)
-#define EXPRESSION(X) \
-  X(m_nVarCount)      \
-  X(m_strExpression) X(m_nPos) X(m_nLength) X(m_arPolish) X(m_arVarOperand) X(m_stackOperator)
-#define FILE_MEMBERS(X) X(m_pFile) X(m_sFileName)
-#define PARA(X) FILE_MEMBERS(X) X(m_arLine) X(m_bLoaded) X(m_strTemp)
-#define MUTEX(X) X(m_pMutex)
-#define AUTO_MUTEX(X) X(m_pMutex) X(m_bLocked)
-#define TIME(X) X(m_tTime)
-#define TIME_INFO(X) \
-  X(wYear) X(wMonth) X(wDay) X(wHour) X(wMinute) X(wSecond) X(wMilliseconds) X(wReserved)
-#define INTERVAL(X) X(tSecond) X(wMillisecond)
-#define EVENT_SEND(X) X(m_mutex) X(m_pEvents) X(m_nSize) X(m_nCount) X(m_nWrite) X(m_nRead)
-#define EVENT_WAIT(X) X(m_pEventSend)
-#define LIB(X) X(m_pHandle) X(m_sLibName)
-#define SOCKET(X) X(m_nSocket)
-#define TCP_SERVER(X) X(m_pSocket) X(m_bOpen) X(m_bNeedListen)
-#define TCP_CLIENT(X) X(m_pSocket) X(m_bOpen) X(m_bBlock)
-#define UDP_SERVER(X) X(m_pSocket) X(m_bOpen) X(m_szGroup) X(m_nMode)
-#define ID_TABLE(X) X(m_arItems) X(m_mapIndex) X(m_nNum) X(m_item)
-#define ID_STRING(X) X(nID) X(strText)
-#define ID2_STRING(X) X(nID) X(nID1) X(strText)
-#define LOG(X) X(m_mutex) X(m_file) X(m_strBase)
-#define LOG_THREAD(X) X(m_pThread) X(m_pParam) X(m_bRun) X(m_log) X(m_mutex) X(m_vecLog)
-
-#define CHECK_OFFSET(member) EXPECT_EQ(OffsetIn(t, t.member), OffsetIn(m, m.member)) << #member;
+#define CHECK_OFFSET(C, member) \
+  EXPECT_EQ(OffsetIn(t, t.*MEMBER(C, member)), OffsetIn(m, m.member)) << #C "::" #member;
 // Compares the size of T with M's and the offset of every listed member in a T object built
 // with the given constructor arguments (if any) and in a mirror object.
 #define EXPECT_LAYOUT(T, M, MEMBERS, ...)  \
@@ -213,28 +275,20 @@ std::ptrdiff_t OffsetIn(const A& object, const B& member) {
     T t __VA_ARGS__;                       \
     const M& m = *new (mirror) M{};        \
     EXPECT_EQ(sizeof(T), sizeof(M)) << #T; \
-    MEMBERS(CHECK_OFFSET)                  \
+    MEMBERS(CHECK_OFFSET, T)               \
   } while (0)
 
 // Room for any mirror (they are trivially destructible or never destroyed: only addresses are
 // read).
 alignas(std::max_align_t) unsigned char mirror[1024];
 
-using IntMap = CKAMap<int, int>;
-using Token = CKAExpression::SToken;
-using VarOperand = CKAExpression::SVarOperand;
-using Bucket = CKADict<int>::SHashBucket;
-using Node = CKAList<double>::SListNode;
-using IDString = CKAIDStr::SIDSTRING;
-using ID2String = CKAID2Str::SID2STRING;
-
 TEST(Layout, TextAndContainers) {
   EXPECT_LAYOUT(CKAString, MString, STRING);
   EXPECT_LAYOUT(CKAToken, MTok, TOKENIZER);
-  EXPECT_LAYOUT(CKAArray<CKAString>, MArray<MString>, ARRAY);
-  EXPECT_LAYOUT(CKAStack<double>, MStack<double>, STACK, (4));
-  EXPECT_LAYOUT(CKAList<int>, MList, LIST);
-  EXPECT_LAYOUT(CKADict<int>, MHash, HASH, (8));
+  EXPECT_LAYOUT(ArrayOfString, MArray<MString>, ARRAY);
+  EXPECT_LAYOUT(StackOfDouble, MStack<double>, STACK, (4));
+  EXPECT_LAYOUT(ListOfInt, MList, LIST);
+  EXPECT_LAYOUT(DictOfInt, MHash, HASH, (8));
   EXPECT_LAYOUT(IntMap, MHash, HASH, (8));
   EXPECT_LAYOUT(Bucket, MBucket, BUCKET, {});
   EXPECT_LAYOUT(Node, MNode, NODE, {});
