@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -75,11 +76,11 @@ bool ParseBool(const std::string& text, bool* value) {
   std::transform(t.begin(), t.end(), t.begin(), [](unsigned char c) { return std::tolower(c); });
   static const char* const kTrue[] = {"true", "yes", "on", "1", "y"};
   static const char* const kFalse[] = {"false", "no", "off", "0", "n"};
-  for (const char* s : kTrue) {
-    if (t == s) return *value = true;
-  }
-  for (const char* s : kFalse) {
-    if (t == s) return !(*value = false);
+  for (int i = 0; i < 5; ++i) {
+    if (t == kTrue[i] || t == kFalse[i]) {
+      *value = t == kTrue[i];
+      return true;
+    }
   }
   return false;
 }
@@ -170,7 +171,20 @@ bool SetTyped(CKAPara& para, const ParaArgs& a, int* status) {
   return false;
 }
 
+// What set must refuse because the file could not hold it: a line break would start a new
+// line (another entry or a header), and a key with "=" would never be found again.
+std::string Unstorable(const ParaArgs& a) {
+  const char* kBreaks = "\n\r";
+  if (a.section.find_first_of(kBreaks) != std::string::npos) return "SECTION holds a line break";
+  if (a.key.find_first_of(kBreaks) != std::string::npos) return "KEY holds a line break";
+  if (a.key.find('=') != std::string::npos) return "KEY holds \"=\"";
+  if (a.value.find_first_of(kBreaks) != std::string::npos) return "VALUE holds a line break";
+  return "";
+}
+
 int RunSet(const ParaArgs& a) {
+  const std::string refused = Unstorable(a);
+  if (!refused.empty()) return Fail(kBadInput, refused + ": nothing written");
   CKAPara para;
   int status = kOk;
   if (!Load(para, a.file, true, &status)) return status;

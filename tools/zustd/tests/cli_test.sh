@@ -167,6 +167,10 @@ test_para() {
   expect bad-bool 2 '' $'zustd: VALUE: not a value of the type: maybe\n' -- para set a.ini Net dhcp maybe --type bool
   expect bad-default 2 '' $'zustd: --default: not a value of the type: x\n' -- para get a.ini Net p --type real --default x
   expect bad-type 2 '' $'zustd: --type: float not in {string,int,real,bool} (see zustd --help)\n' -- para get a.ini Net port --type float
+  expect value-break 2 '' $'zustd: VALUE holds a line break: nothing written\n' -- para set a.ini Net x $'1\n[Evil]'
+  expect key-break 2 '' $'zustd: KEY holds a line break: nothing written\n' -- para set a.ini Net $'x\r' 1
+  expect key-equals 2 '' $'zustd: KEY holds "=": nothing written\n' -- para set a.ini Net a=b 1
+  expect section-break 2 '' $'zustd: SECTION holds a line break: nothing written\n' -- para set a.ini $'N\n' x 1
   cmp -s a.ini a.before || fail "refused values changed the file"
   "${Z[@]}" para set nodir/x.ini S k v 2>"$tmp/.err"
   [ $? = 2 ] && grep -q '^zustd: nodir/x.ini: cannot write' "$tmp/.err" || fail "write into a missing directory"
