@@ -45,7 +45,10 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzustd1 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zustd-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "zustd command-line tool\n The zustd program reads and changes parameter files, evaluates formulas, reads and adds\n log entries, and converts base64 and times, through libzustd.")
+# CPack puts the package summary first; this is the extended description.
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "The zustd command-line tool reads and changes parameter files,
+evaluates formulas, reads and adds log entries, and converts base64 and times,
+through libzustd, for shell scripts, installers and device maintenance.")
 # Stated by hand: dpkg-shlibdeps would look for libzustd1 among the installed packages.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
