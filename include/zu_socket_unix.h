@@ -10,7 +10,8 @@
 // with exec does not inherit it) and never takes descriptor 0, 1 or 2. When one of those is
 // free (a service started with standard input closed), the new socket is moved to the lowest
 // free descriptor from 3 up and the standard one is left free, so such a process opens
-// sockets like any other; only when no descriptor from 3 up is free does an Open fail.
+// sockets like any other. When no descriptor from 3 up is free, a socket on 0 is given back
+// (the Open fails) and one on 1 or 2 stays there.
 #ifndef ZUSTD_ZU_SOCKET_UNIX_H
 #define ZUSTD_ZU_SOCKET_UNIX_H
 

@@ -1,3 +1,4 @@
+// zustd tool: messages, number formatting and parsing, whole-file input and output.
 #include <cerrno>
 #include <charconv>
 #include <climits>
