@@ -33,6 +33,9 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime dev)
+if(TARGET zustd-cli)
+  list(APPEND CPACK_COMPONENTS_ALL tools)  # zustd-tools: the command-line tool
+endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzustd1)
@@ -40,6 +43,16 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libzustd-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzustd1 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zustd-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+# CPack puts the package summary first; this is the extended description.
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "The zustd command-line tool reads and changes parameter files,
+evaluates formulas, reads and adds log entries, and converts base64 and times,
+through libzustd, for shell scripts, installers and device maintenance.")
+# Stated by hand: dpkg-shlibdeps would look for libzustd1 among the installed packages.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+    "libzustd1 (= ${PROJECT_VERSION}), libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/deb/triggers)

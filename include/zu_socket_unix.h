@@ -6,6 +6,12 @@
 // Thread safety: no locks; an object is used by one thread at a time, while a server and
 // the clients it accepted may live in different threads. Both TCP Opens ignore SIGPIPE for
 // the whole process so that writing to a closed peer gives an error instead of ending it.
+// Descriptors: every socket the library creates or accepts is close-on-exec (a program started
+// with exec does not inherit it) and never takes descriptor 0, 1 or 2. When one of those is
+// free (a service started with standard input closed), the new socket is moved to the lowest
+// free descriptor from 3 up and the standard one is left free, so such a process opens
+// sockets like any other. When no descriptor from 3 up is free, a socket on 0 is given back
+// (the Open fails) and one on 1 or 2 stays there.
 #ifndef ZUSTD_ZU_SOCKET_UNIX_H
 #define ZUSTD_ZU_SOCKET_UNIX_H
 
@@ -24,8 +30,8 @@ struct SKASocketPrivate {
 
 class CKATcpClient;
 
-// Listening TCP socket on all interfaces. Descriptor 0 counts as invalid throughout: it is
-// never used, and a 0 from socket() is given back at once. A failed Open that closes its
+// Listening TCP socket on all interfaces. Descriptor 0 counts as invalid throughout (the
+// library never puts a socket there, see above). A failed Open that closes its
 // socket leaves the object holding none (-1). The destructor frees the record only: call
 // Close() first. Not copyable.
 class ZUSTD_API CKATcpServer {
@@ -72,8 +78,9 @@ class ZUSTD_API CKATcpClient {
   bool Open();
   // Closes the descriptor when the object is open; otherwise does nothing.
   void Close();
-  // Takes the descriptor (the object is open when it is above 0). A descriptor already held
-  // is not closed and the blocking mode flag is not changed.
+  // Takes the descriptor (the object is open when it is above 0) as it is: it is neither
+  // moved nor made close-on-exec. A descriptor already held is not closed and the blocking
+  // mode flag is not changed.
   void SetSocket(SKASocketPrivate sock);
   // false: makes the socket non-blocking (false when fcntl fails). true: returns true and
   // changes nothing; a non-blocking socket never becomes blocking again (deliberate).

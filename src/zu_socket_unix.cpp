@@ -38,14 +38,28 @@ int WaitOrGiveUp(const SIntervalMTime& start, int nTimeout) {
   return TimedOut(start, nTimeout) ? -2 : kTryAgain;
 }
 
-// A new socket, or -1. Descriptor 0 counts as invalid; it is given back at once.
-int NewSocket(int type) {
-  const int fd = socket(AF_INET, type, 0);
-  if (fd == 0) {
+// Sockets never sit on a standard descriptor: in a process started with 0, 1 or 2 closed, a
+// socket there would be read as input or receive the program's output and diagnostics.
+constexpr int kFirstPrivateDescriptor = 3;
+
+// fd moved to the lowest free descriptor >= 3 (close-on-exec), the standard one freed again.
+// Descriptor 0 counts as invalid, so when it cannot be moved the result is -1; 1 and 2 stay
+// where they are in that case.
+int MoveOffStandardDescriptor(int fd) {
+  if (fd < 0 || fd >= kFirstPrivateDescriptor) return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstPrivateDescriptor);
+  if (moved < 0) {
+    if (fd > 0) return fd;
     close(fd);
     return -1;
   }
-  return fd < 0 ? -1 : fd;
+  close(fd);
+  return moved;
+}
+
+// A new close-on-exec socket on a descriptor >= 3 (see above), or -1.
+int NewSocket(int type) {
+  return MoveOffStandardDescriptor(socket(AF_INET, type | SOCK_CLOEXEC, 0));
 }
 
 bool SetIntOption(int fd, int level, int name, int value) {
@@ -211,7 +225,8 @@ bool CKATcpServer::Listen(CKATcpClient* pClient, int nBacklog) {
   }
   sockaddr_in peer;
   socklen_t len = sizeof peer;
-  const int fd = accept(m_pSocket->m_nSocket, reinterpret_cast<sockaddr*>(&peer), &len);
+  const int fd = MoveOffStandardDescriptor(
+      accept4(m_pSocket->m_nSocket, reinterpret_cast<sockaddr*>(&peer), &len, SOCK_CLOEXEC));
   if (fd == -1) return false;
   pClient->SetSocket(SKASocketPrivate{fd});
   return true;

@@ -1,17 +1,21 @@
 #include "zu_socket_unix.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -498,6 +502,194 @@ TEST(CKAUdpMulticast, GroupMembersReceiveAndLeaveOnClose) {
     client.Close();
     return std::string();
   });
+}
+
+// ---- Descriptors: standard ones closed, exec ----
+
+// Connects client (opened afresh on each attempt) to 127.0.0.1:port once it listens.
+bool ConnectWhenListening(CKATcpClient* client, unsigned short port) {
+  for (int attempt = 0; attempt < 500; ++attempt) {
+    if (client->Open() && client->Connect("127.0.0.1", port, 1000) == 0) return true;
+    client->Close();
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+// One socket of each kind, connected or bound on 127.0.0.1; Close() closes them all.
+struct SocketSet {
+  CKATcpServer server;
+  CKATcpClient client, accepted;
+  CKAUdpServer udpServer;
+  CKAUdpClient udpClient;
+  unsigned short udpPort = 0;
+
+  // "" when all five are open, else what failed.
+  std::string Open() {
+    const unsigned short port = FreePort(SOCK_STREAM);
+    if (!server.Open(port)) return "CKATcpServer::Open";
+    bool listened = false;
+    std::thread peer([&] { listened = server.Listen(&accepted, 1); });
+    const bool connected = ConnectWhenListening(&client, port);
+    if (!connected) close(::ConnectWhenListening(port));  // releases the Listen
+    peer.join();
+    if (!connected || !listened) return "TCP connection";
+    udpPort = FreePort(SOCK_DGRAM);
+    if (!udpServer.Open(KA_UDP_UNICAST, udpPort, nullptr)) return "CKAUdpServer::Open";
+    if (!udpClient.Open(KA_UDP_UNICAST, nullptr)) return "CKAUdpClient::Open";
+    return udpClient.SetBlockMode(false) ? "" : "CKAUdpClient::SetBlockMode";
+  }
+  // "" when a few bytes went each way over TCP and over UDP, else what failed.
+  std::string Transfer() {
+    char buf[8] = {}, ip[16] = {};
+    if (client.WriteAll("ping", 4, 2000) != 0 || accepted.ReadAll(buf, 4, 2000) != 0 ||
+        std::string(buf) != "ping" || accepted.WriteAll("pong", 4, 2000) != 0 ||
+        client.ReadAll(buf, 4, 2000) != 0 || std::string(buf) != "pong") {
+      return "TCP transfer";
+    }
+    unsigned short from = 0;
+    std::memset(buf, 0, sizeof buf);
+    if (udpClient.SendTo("dgram", 5, "127.0.0.1", udpPort) != 5 ||
+        udpServer.RecvFrom(buf, sizeof buf, ip, &from) != 5 || std::string(buf) != "dgram" ||
+        udpServer.SendTo("reply", 5, ip, ntohs(from)) != 5 ||
+        udpClient.RecvFrom(buf, sizeof buf, 2000, nullptr, nullptr) != 0 ||
+        std::string(buf) != "reply") {
+      return "UDP transfer";
+    }
+    return "";
+  }
+  void Close() {
+    udpClient.Close();
+    udpServer.Close();
+    accepted.Close();
+    client.Close();
+    server.Close();
+  }
+};
+
+// Runs body in a forked child whose descriptors `closed` are closed first; body's answer
+// ("" when all went well), or why the child gave none.
+std::string InChild(std::initializer_list<int> closed, std::string (*body)()) {
+  int answer[2];
+  if (pipe2(answer, O_CLOEXEC) != 0) return "pipe failed";
+  const pid_t pid = fork();
+  if (pid == 0) {
+    for (int fd : closed) close(fd);
+    const std::string text = body();
+    const ssize_t written = write(answer[1], text.data(), text.size());
+    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(answer[1]);
+  std::string text;
+  char buf[256];
+  for (ssize_t n; (n = read(answer[0], buf, sizeof buf)) > 0;) text.append(buf, n);
+  close(answer[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return text + " (child died)";
+  return text;
+}
+
+// The first free descriptor among 0, 1 and 2 that is now taken, or "".
+std::string StandardDescriptorTaken(std::initializer_list<int> freed) {
+  for (int fd : freed) {
+    if (fcntl(fd, F_GETFD) != -1) return "descriptor " + std::to_string(fd) + " taken";
+  }
+  return "";
+}
+
+template <typename Socket, typename OpenFn>
+std::string OpensThreeTimes(const char* what, OpenFn open) {
+  for (int i = 0; i < 3; ++i) {
+    Socket socket;
+    if (!open(socket) || !socket.IsValid()) return std::string(what) + " #" + std::to_string(i);
+    socket.Close();
+  }
+  return "";
+}
+
+std::string OpenEachKindThreeTimes() {
+  const unsigned short port = FreePort(SOCK_STREAM);
+  const std::string failures[] = {
+      OpensThreeTimes<CKATcpClient>("CKATcpClient", [](CKATcpClient& s) { return s.Open(); }),
+      OpensThreeTimes<CKATcpServer>("CKATcpServer",
+                                    [port](CKATcpServer& s) { return s.Open(port); }),
+      OpensThreeTimes<CKAUdpServer>("CKAUdpServer",
+                                    [port](CKAUdpServer& s) { return s.Open(0, port, nullptr); }),
+      OpensThreeTimes<CKAUdpClient>("CKAUdpClient",
+                                    [](CKAUdpClient& s) { return s.Open(0, nullptr); })};
+  for (const std::string& failure : failures) {
+    if (!failure.empty()) return failure;
+  }
+  return "";
+}
+
+template <int... kClosed>
+std::string OpenAndTransferWithClosed() {
+  std::string failure = OpenEachKindThreeTimes();
+  SocketSet set;
+  if (failure.empty()) failure = set.Open();
+  if (failure.empty()) failure = set.Transfer();
+  if (failure.empty()) failure = StandardDescriptorTaken({kClosed...});
+  set.Close();
+  return failure;
+}
+
+TEST(SocketDescriptors, EveryKindOpensAndTransfersWithStandardDescriptorsClosed) {
+  EXPECT_EQ("", InChild({0}, OpenAndTransferWithClosed<0>));
+  EXPECT_EQ("", InChild({0, 1, 2}, OpenAndTransferWithClosed<0, 1, 2>));
+  EXPECT_EQ("", InChild({1}, OpenAndTransferWithClosed<1>));
+}
+
+// Descriptors open in this process below 1024.
+std::vector<int> OpenDescriptors() {
+  std::vector<int> open;
+  for (int fd = 0; fd < 1024; ++fd) {
+    if (fcntl(fd, F_GETFD) != -1) open.push_back(fd);
+  }
+  return open;
+}
+
+// Those of fds that a shell started with exec finds open, as "fd fd ... ".
+std::string InheritedByExec(const std::vector<int>& fds) {
+  std::string list;
+  for (int fd : fds) list += std::to_string(fd) + " ";
+  const std::string script =
+      "for f in " + list + "; do [ -e /proc/self/fd/$f ] && printf '%s ' $f; done; exit 0";
+  int out[2];
+  if (pipe2(out, O_CLOEXEC) != 0) return "pipe failed";
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(out[1], 1);
+    execl("/bin/sh", "sh", "-c", script.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  std::string text;
+  char buf[256];
+  for (ssize_t n; (n = read(out[0], buf, sizeof buf)) > 0;) text.append(buf, n);
+  close(out[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? text : "exec failed";
+}
+
+TEST(SocketDescriptors, AreCloseOnExecAndNotInheritedByExecedPrograms) {
+  const std::vector<int> before = OpenDescriptors();
+  SocketSet set;
+  ASSERT_EQ("", set.Open());
+  std::vector<int> ours;
+  for (int fd : OpenDescriptors()) {
+    if (std::find(before.begin(), before.end(), fd) == before.end()) ours.push_back(fd);
+  }
+  ASSERT_EQ(5u, ours.size());
+  for (int fd : ours) EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD) & FD_CLOEXEC) << fd;
+  EXPECT_EQ("", InheritedByExec(ours));
+  // The check itself sees an inherited socket.
+  const int plain = socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(std::to_string(plain) + " ", InheritedByExec({plain}));
+  close(plain);
+  set.Close();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libzustd1 and libzustd-dev Debian packages for amd64 and armhf and checks what
-# they declare and contain: architecture, multiarch libdir, Depends, shlibs, ldconfig trigger.
+# Builds the libzustd1, libzustd-dev and zustd-tools Debian packages for amd64 and armhf and
+# checks what they declare and contain: architecture, multiarch libdir, Depends, shlibs,
+# ldconfig trigger, the program with its manual page and completion.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -33,7 +34,16 @@ check() {
   grep -qx 'libzustd 1 libzustd1 (>= 1.0.0)' "$ctl/shlibs" || fail "$lib: shlibs"
   grep -qx 'activate-noawait ldconfig' "$ctl/triggers" || fail "$lib: ldconfig trigger"
   rm -rf "$ctl"
-  echo "packages ($arch): $(basename "$lib") $(basename "$dev") OK"
+  local tools=$dir/zustd-tools_1.0.0_${arch}.deb tools_files
+  [ -f "$tools" ] || fail "$preset: zustd-tools package missing"
+  tools_files=$(dpkg-deb -c "$tools")
+  [ "$(field "$tools" Architecture)" = "$arch" ] || fail "$tools: wrong architecture"
+  field "$tools" Depends | grep -q '^libzustd1 (= 1.0.0), libc6' || fail "$tools: wrong Depends"
+  grep -q <<<"$tools_files" "usr/bin/zustd$" || fail "$tools: program"
+  grep -q <<<"$tools_files" "usr/share/man/man1/zustd.1.gz" || fail "$tools: manual page"
+  grep -q <<<"$tools_files" "usr/share/bash-completion/completions/zustd$" ||
+    fail "$tools: bash completion"
+  echo "packages ($arch): $(basename "$lib") $(basename "$dev") $(basename "$tools") OK"
 }
 
 check package-host amd64 x86_64-linux-gnu
