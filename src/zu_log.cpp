@@ -128,9 +128,9 @@ int EntryNumberAt(const char* p, size_t len) {
 
 struct FileState {
   off_t size = 0;
-  int header = 0;           // the header's number; 0 for a short or non-numeric header
-  int lastEntry = -1;       // the number of the last line that begins as an entry; -1: none
-  bool openLine = false;    // the last line lacks its line feed (a torn entry)
+  int header = 0;         // the header's number; 0 for a short or non-numeric header
+  int lastEntry = -1;     // the number of the last line that begins as an entry; -1: none
+  bool openLine = false;  // the last line lacks its line feed (a torn entry)
 };
 
 // The number of the last line, within buf (the file's bytes from offset start), that begins
