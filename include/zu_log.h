@@ -32,10 +32,11 @@
 // is cut off again and the header keeps its number. Nothing is synced to the disk per entry:
 // a power cut may lose the entries of the last seconds that the kernel had not yet written,
 // and may leave the header one behind, which the next Add repairs.
-// Processes: each entry is written under an exclusive flock(2) on the file, so processes
-// sharing a log name number their entries without gaps or repeats. A lock held longer than
-// 2 s (a stopped process, or one that locks the file on purpose) is not waited for: the entry
-// is then written without it.
+// Processes: each entry is written under a POSIX record lock (fcntl F_SETLK) on the whole
+// file, so processes, and CKALog objects of one process, sharing a log name number their
+// entries without gaps or repeats. The lock is not inherited by a child forked meanwhile and
+// cannot be taken through a read-only descriptor. A lock held longer than 2 s (a stopped
+// process) is not waited for: the entry is then written without it.
 // Paths: the log directory and files are created without write permission for others,
 // whatever the umask. A symbolic link in place of the log directory or file is followed only
 // when it belongs to the effective user or root; a file behind any other link, or anything but

@@ -1,7 +1,6 @@
 #include "zu_log.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <time.h>
@@ -12,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "zu_automutex.h"
 #include "zu_file_internal.h"
@@ -43,6 +43,10 @@ constexpr long kLockWaitNanoseconds = 2000L * 1000 * 1000;
 constexpr long kFirstLockPause = 20 * 1000;
 constexpr long kLongestLockPause = 1000 * 1000;
 constexpr int kOpenAttempts = 32;  // rotations by other processes that one Add puts up with
+
+// Record locks exclude other processes only. This keeps the entries of several CKALog objects
+// of this process apart when they write the same file; it is held from the open to the close.
+std::mutex g_fileWork;
 
 // ---- Positional I/O on the log's descriptor ----
 
@@ -230,15 +234,24 @@ long NanosecondsSince(const struct timespec& start) {
   return (now.tv_sec - start.tv_sec) * 1000000000L + (now.tv_nsec - start.tv_nsec);
 }
 
-// Takes the lock that keeps the entries of several processes apart. A holder that keeps it
-// beyond kLockWaitNanoseconds is not waited for: the entry is written without the lock
+bool TryLockFile(int fd) {
+  struct flock whole = {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;  // from offset 0 to the end, however far it grows
+  return fcntl(fd, F_SETLK, &whole) == 0;
+}
+
+// Takes the lock that keeps the entries of several processes apart: a POSIX record lock,
+// which belongs to this process (a child forked meanwhile does not inherit it) and needs a
+// descriptor open for writing (a mere reader of the log cannot take it). A holder that keeps
+// it beyond kLockWaitNanoseconds is not waited for: the entry is written without the lock
 // rather than lost or stalled.
 void LockForOneEntry(int fd) {
   struct timespec start;
   clock_gettime(CLOCK_MONOTONIC, &start);
   long pause = kFirstLockPause;
-  while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return;  // no locks here (ENOLCK): go on
+  while (!TryLockFile(fd)) {
+    if (errno != EACCES && errno != EAGAIN && errno != EINTR) return;  // e.g. ENOLCK: go on
     if (NanosecondsSince(start) > kLockWaitNanoseconds) return;
     const struct timespec nap = {0, pause};
     nanosleep(&nap, nullptr);
@@ -345,6 +358,7 @@ bool CKALog::Add(const char* szText) {
   if (m_strBase.empty()) return false;
   if (szText == nullptr) szText = "";
   CKAAutoMutex lock(&m_mutex, true);
+  std::lock_guard<std::mutex> fileWork(g_fileWork);
   const CKAString path = m_file.GetFileName();
   // Deliberate: an entry whose file cannot be opened or written is lost and Add says true.
   const int fd = OpenLocked(path.GetBuf());
@@ -352,7 +366,7 @@ bool CKALog::Add(const char* szText) {
   std::string firstLine;
   const int number = AppendEntry(fd, szText, &firstLine);
   if (number >= kRotateAt) Rotate(path.GetBuf(), m_strBase, firstLine);
-  close(fd);  // releases the lock
+  close(fd);  // releases the record lock
   return true;
 }
 

@@ -558,6 +558,50 @@ TEST_F(LogTest, SeveralProcessesNumberEveryEntryOnceAcrossTheRotation) {
   EXPECT_EQ(next, std::vector<int>(kProcesses, kEach));
 }
 
+TEST_F(LogTest, TwoLogObjectsOfOneProcessShareAFileWithoutGaps) {
+  CKALog logs[2];
+  for (CKALog& log : logs) ASSERT_TRUE(log.SetProcName("twice"));
+  zutest::RunThreads(2, [&logs](int t) {
+    for (int i = 0; i < 300; ++i) logs[t].Add("w");
+  });
+  const std::string bytes = ReadFile(Log("twice"));
+  const std::vector<Entry> entries = Entries(bytes.substr(6));
+  ASSERT_EQ(entries.size(), 600u);
+  for (size_t i = 0; i < entries.size(); ++i) EXPECT_EQ(entries[i].number, int(i) + 1);
+  EXPECT_EQ(HeaderNumber(bytes), 600);
+}
+
+TEST_F(LogTest, AStalledLockHolderDelaysTheLogButNeverStopsIt) {
+  CKALog log;
+  ASSERT_TRUE(log.SetProcName("stalled"));
+  ASSERT_TRUE(log.Add("one"));
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t holder = StartChild([&] {
+    const int fd = open(Log("stalled").c_str(), O_RDWR);
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    if (fd < 0 || fcntl(fd, F_SETLK, &whole) != 0 || write(ready[1], "r", 1) != 1) return 2;
+    pause();  // holds the lock until killed
+    return 0;
+  });
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  const zutest::Clock::time_point start = zutest::Clock::now();
+  EXPECT_TRUE(log.Add("two"));
+  const long waited = zutest::MillisSince(start);
+  kill(holder, SIGKILL);
+  WaitChild(holder);
+  close(ready[0]);
+  close(ready[1]);
+  EXPECT_LT(waited, 30000);
+  const std::vector<Entry> entries = Entries(ReadFile(Log("stalled")).substr(6));
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[1].number, 2);
+  EXPECT_EQ(entries[1].text, "two");
+}
+
 TEST_F(LogTest, KilledWritersLoseAtMostTheEntryInProgress) {
   constexpr int kRounds = 100, kEachAtMost = 150;  // at most 15100 entries: no rotation
   CKALog log;
