@@ -39,7 +39,7 @@ constexpr off_t kMaxEntrySearch = off_t{16} << 20;
 
 // A writer of another process holds the lock for one entry. One that keeps it longer (a
 // stopped process, or a local user who locked the file to stall the log) is not waited for.
-constexpr long kLockWaitNanoseconds = 2000L * 1000 * 1000;
+constexpr long long kLockWaitNanoseconds = 2000LL * 1000 * 1000;
 constexpr long kFirstLockPause = 20 * 1000;
 constexpr long kLongestLockPause = 1000 * 1000;
 constexpr int kOpenAttempts = 32;  // rotations by other processes that one Add puts up with
@@ -119,13 +119,16 @@ int EntryNumberAt(const char* p, size_t len) {
   static constexpr char kShape[] = " <dddd-dd-dd dd:dd:dd> ";
   constexpr size_t kShapeLength = sizeof kShape - 1;
   size_t digits = 0;
-  while (digits < len && digits < 10 && IsDigit(p[digits])) ++digits;
-  if (digits < 3 || digits > 9 || len - digits < kShapeLength) return -1;
+  int number = 0;
+  for (; digits < len && digits < 10 && IsDigit(p[digits]); ++digits) {
+    number = digits < 9 ? number * 10 + (p[digits] - '0') : -1;  // ten digits: no entry
+  }
+  if (digits < 3 || number < 0 || len - digits < kShapeLength) return -1;
   for (size_t i = 0; i < kShapeLength; ++i) {
     const char c = p[digits + i];
     if (kShape[i] == 'd' ? !IsDigit(c) : c != kShape[i]) return -1;
   }
-  return static_cast<int>(strtol(std::string(p, digits).c_str(), nullptr, 10));
+  return number;
 }
 
 // ---- The state of the file ----
@@ -199,7 +202,8 @@ void WriteHeader(int fd, int number) {
 // Appends the entry for text to the locked file and then counts it in the header, so that a
 // kill loses at most this entry. A torn last line gets its line feed first. A write that
 // fails (a full disk) is cut off again and the header stays. Returns the entry's number, or
-// 0 when it was not written; *line receives the entry's line with number 001.
+// 0 when it was not written. From kRotateAt on, *firstLine receives the same entry numbered
+// 001, for the file that rotation begins.
 int AppendEntry(int fd, const char* text, std::string* firstLine) {
   FileState state;
   if (!ReadState(fd, &state)) return 0;
@@ -228,10 +232,11 @@ int AppendEntry(int fd, const char* text, std::string* firstLine) {
 
 // ---- Opening and locking ----
 
-long NanosecondsSince(const struct timespec& start) {
+long long NanosecondsSince(const struct timespec& start) {
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return (now.tv_sec - start.tv_sec) * 1000000000L + (now.tv_nsec - start.tv_nsec);
+  return (static_cast<long long>(now.tv_sec) - start.tv_sec) * 1000000000LL +
+         (now.tv_nsec - start.tv_nsec);
 }
 
 bool TryLockFile(int fd) {
