@@ -62,7 +62,8 @@ class ZUSTD_API CKALog {
   // new file is renamed into place, so the current name never goes missing; when the backup
   // cannot be made (a directory in the way, a read-only directory) the full file is kept and
   // written on, and every following entry tries the rotation again. On a file system without
-  // hard links the file is renamed to ".bak" instead, and the new file follows at once. The
+  // hard links the file is renamed to ".bak" instead (a current name that is a symbolic link
+  // into another file system is itself renamed), and the new file follows at once. The
   // new file takes the full one's permission bits and, where allowed, its owner. A count above
   // 99999 (reached only when rotations keep failing) is kept as six digits without the line
   // feed, so that the header never reaches into the first entry.

@@ -288,13 +288,20 @@ int OpenLocked(const char* path) {
 // ---- Rotation ----
 
 // Gives the full file the backup name as a second link; an older backup goes first (as an
-// empty directory would). False when the backup cannot be made.
-bool LinkAsBackup(const std::string& file, const std::string& backup, bool* noLinks) {
+// empty directory would). False, with errno set, when the backup cannot be linked.
+bool LinkAsBackup(const std::string& file, const std::string& backup) {
   struct stat st;
   if (lstat(backup.c_str(), &st) == 0) remove(backup.c_str());
-  if (link(file.c_str(), backup.c_str()) == 0) return true;
-  *noLinks = errno == EPERM || errno == EOPNOTSUPP;  // a file system without hard links
-  return false;
+  return link(file.c_str(), backup.c_str()) == 0;
+}
+
+// Where no second link can be made, the name is moved to ".bak" instead: the file itself on a
+// file system without hard links, or the current name when it is a symbolic link into another
+// file system. False when the backup cannot be made at all.
+bool MoveAsBackup(const std::string& path, const std::string& file, const std::string& backup) {
+  const int error = errno;
+  if (error != EPERM && error != EOPNOTSUPP && error != EXDEV) return false;
+  return rename((error == EXDEV ? path : file).c_str(), backup.c_str()) == 0;
 }
 
 // Moves the full current file to ".bak" and puts a new file, whose entry 001 is firstLine, in
@@ -306,11 +313,7 @@ void Rotate(const std::string& path, const std::string& base, const std::string&
   std::string file;
   if (!zu_internal::ResolveTrustedLinks(path, &file)) return;
   const std::string backup = base + ".bak";
-  bool noLinks = false;
-  if (!LinkAsBackup(file, backup, &noLinks)) {
-    // Without hard links the name is moved; the new file follows at once.
-    if (!noLinks || rename(file.c_str(), backup.c_str()) != 0) return;
-  }
+  if (!LinkAsBackup(file, backup) && !MoveAsBackup(path, file, backup)) return;
   std::string fresh = "0001\n";
   fresh.push_back('\0');  // byte 5 stays NUL, as in every file begun with entry 001
   // Deliberate: the entry that reached 20000 is written again as entry 001 of the new file.

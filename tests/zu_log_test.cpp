@@ -511,6 +511,33 @@ TEST_F(LogTest, RotationThatCannotMakeTheBackupKeepsTheFullFile) {
   EXPECT_EQ(Masked(Log("app"), from), "20000\nprev\n20000 <T> w\n");
 }
 
+TEST_F(LogTest, LogLinkedIntoAnotherFileSystemRotatesByMovingTheLink) {
+  struct stat here;
+  struct stat shm;
+  if (stat(m_tmp.path().c_str(), &here) != 0 || stat("/dev/shm", &shm) != 0 ||
+      here.st_dev == shm.st_dev) {
+    GTEST_SKIP() << "needs /dev/shm on a file system of its own";
+  }
+  char dir[] = "/dev/shm/zu_log_test.XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string target = std::string(dir) + "/app.log";
+  ASSERT_TRUE(WriteFile(target, "19999\nprev\n"));
+  ASSERT_FALSE(ka_mkdir(Path("inf").c_str()));
+  ASSERT_EQ(symlink(target.c_str(), Log("app").c_str()), 0);
+  CKALog log;
+  ASSERT_TRUE(log.SetProcName("app"));
+  const std::string from = Now();
+  EXPECT_TRUE(log.Add("x"));
+  EXPECT_EQ(Masked(target, from), "20000\nprev\n20000 <T> x\n");
+  struct stat moved;
+  EXPECT_EQ(lstat(Log("app", ".bak").c_str(), &moved), 0);
+  EXPECT_TRUE(S_ISLNK(moved.st_mode)) << "the link itself became the backup";
+  EXPECT_EQ(Masked(Log("app"), from),
+            "0001\n\0"s
+            "001 <T> x\n");
+  fs::remove_all(dir);
+}
+
 TEST_F(LogTest, SeveralProcessesNumberEveryEntryOnceAcrossTheRotation) {
   constexpr int kProcesses = 4, kEach = 250;
   ASSERT_FALSE(ka_mkdir(Path("inf").c_str()));
