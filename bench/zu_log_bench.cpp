@@ -27,8 +27,9 @@ ScratchHome& Home() {
 
 constexpr const char* kText = "sensor 17 reading 1234.5 accepted";
 
-// Whole entries through the file: open, header read and rewrite, append, close. The run crosses
-// the rotation at 20000 entries when it is long enough, as a real log does.
+// Whole entries through the file: open, lock, read the header and the end of the file, append,
+// rewrite the header, close. The run crosses the rotation at 20000 entries when it is long
+// enough, as a real log does.
 void BM_LogAdd(benchmark::State& state) {
   Home();
   CKALog log;

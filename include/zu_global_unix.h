@@ -27,7 +27,8 @@ ZUSTD_API SIntervalMTime ka_get_current_interval_mtime();
 // new session and, when bForkTwice, forks again (the parent exits 0) so that it can never
 // reacquire a terminal; then descriptors 0..255 are closed, 0, 1 and 2 are opened on
 // "/dev/null", the working directory becomes "/" and the umask 0. Returns 0 in the surviving
-// process, -1 if a fork failed. Call it before any thread is created.
+// process, -1 if a fork failed. Call it before any thread is created. The files and
+// directories the library creates afterwards still never get write permission for others.
 ZUSTD_API int ka_daemon_init(bool bForkTwice);
 
 // Makes the process survive SIGINT, SIGILL, SIGFPE, SIGSEGV, SIGTERM, SIGABRT, SIGALRM,
@@ -39,7 +40,8 @@ ZUSTD_API int ka_ignore_signal();
 // 127 bytes, and a failure gives the empty string.
 ZUSTD_API CKAString ka_get_computer_name();
 
-// Creates the directory szPath and any missing parents (mode 0777 less the umask).
+// Creates the directory szPath and any missing parents, with mode 0775 less the umask: never
+// writable by others, also under the umask 0 that ka_daemon_init leaves.
 // Inverted result, kept on purpose: false when it succeeded (the directory exists now, also if
 // it existed before), true when it failed (an empty path, a component that is a file, no
 // permission ...). A null szPath gives false. The path is used as data, never given to a

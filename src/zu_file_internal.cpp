@@ -309,4 +309,23 @@ bool ReplaceFileContents(const std::string& path, const std::string& bytes) {
   return SyncDirectory(dir);
 }
 
+int OpenTrustedRegularFile(const std::string& path, int flags, mode_t mode) {
+  flags |= O_NOFOLLOW;
+  int fd = OpenNoWorldWrite(path.c_str(), flags, mode);
+  if (fd < 0 && errno == ELOOP) {
+    // A link in the name's place: follow it only where its owner can be trusted. The
+    // resolved name is opened with O_NOFOLLOW again, so a link swapped in meanwhile fails.
+    std::string target;
+    if (!ResolveTrustedLinks(path, &target)) return -1;
+    fd = OpenNoWorldWrite(target.c_str(), flags, mode);
+  }
+  if (fd < 0) return -1;
+  struct stat st;
+  const bool statted = fstat(fd, &st) == 0;
+  if (statted && S_ISREG(st.st_mode)) return fd;
+  if (statted) errno = EINVAL;
+  CloseKeepingErrno(fd);
+  return -1;
+}
+
 }  // namespace zu_internal

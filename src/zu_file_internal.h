@@ -43,6 +43,13 @@ bool FlagsForFopenMode(const char* mode, int* flags);
 // left behind. A name with other hard links is replaced alone; the others keep the old text.
 bool ReplaceFileContents(const std::string& path, const std::string& bytes);
 
+// Opens the regular file at path as OpenNoWorldWrite does, never through a symbolic link
+// of another owner: the name is opened with O_NOFOLLOW, and a link in its place is followed
+// only when ResolveTrustedLinks accepts it. Returns the descriptor, or -1 with errno EACCES
+// at a foreign link, EINVAL for something that is no regular file (a directory, device or
+// pipe), or the error of open.
+int OpenTrustedRegularFile(const std::string& path, int flags, mode_t mode = 0666);
+
 }  // namespace zu_internal
 
 #endif  // ZUSTD_SRC_ZU_FILE_INTERNAL_H

@@ -21,9 +21,12 @@ constexpr size_t kHostNameBuffer = 128;
 
 // ---- Directory creation ----
 
+// Directories made here are never writable by others, whatever the umask (a daemon's is 0).
+constexpr mode_t kDirMode = 0775;
+
 // True when dir is a directory now, made by this call or before it.
 bool make_one_dir(const std::string& dir) {
-  if (mkdir(dir.c_str(), 0777) == 0) return true;
+  if (mkdir(dir.c_str(), kDirMode) == 0) return true;
   struct stat st;
   return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }

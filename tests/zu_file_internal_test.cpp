@@ -122,6 +122,11 @@ TEST_F(FileInternalTest, RefusesLinksOfOtherUsers) {
   ASSERT_EQ(lchown(Path("dangling").c_str(), 65534, 65534), 0);
   EXPECT_EQ(zi::OpenNoWorldWrite(Path("dangling").c_str(), O_WRONLY | O_CREAT), -1);
   EXPECT_FALSE(std::filesystem::exists(Path("made"))) << "no file created through it";
+  EXPECT_EQ(zi::OpenTrustedRegularFile(Path("planted"), O_RDWR), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(zi::OpenTrustedRegularFile(Path("dangling"), O_RDWR | O_CREAT), -1);
+  EXPECT_FALSE(std::filesystem::exists(Path("made")));
+  EXPECT_EQ(ReadFile(Path("victim")), "secret\n");
 }
 
 TEST_F(FileInternalTest, ReplacesContentsKeepingModeLinksAndNoLeftovers) {
@@ -179,6 +184,36 @@ TEST_F(FileInternalTest, ReadOnlyDirectoryFailsAndKeepsTheFile) {
   chmod(Path("ro").c_str(), 0755);
   EXPECT_EQ(ReadFile(Path("ro/f")), "keep\n");
   EXPECT_EQ(Names(Path("ro")), std::vector<std::string>{"f"});
+}
+
+TEST_F(FileInternalTest, OpensRegularFilesDirectlyOrThroughOwnLinks) {
+  UmaskScope mask(0);
+  int fd = zi::OpenTrustedRegularFile(Path("log"), O_RDWR | O_CREAT);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+  close(fd);
+  EXPECT_EQ(ModeOf(Path("log")), 0664u);
+
+  ASSERT_EQ(symlink("log", Path("own").c_str()), 0);
+  fd = zi::OpenTrustedRegularFile(Path("own"), O_WRONLY);
+  ASSERT_GE(fd, 0);
+  EXPECT_EQ(write(fd, "x", 1), 1);
+  close(fd);
+  EXPECT_EQ(ReadFile(Path("log")), "x");
+  ASSERT_EQ(symlink("made", Path("dangling").c_str()), 0);
+  fd = zi::OpenTrustedRegularFile(Path("dangling"), O_RDWR | O_CREAT);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  EXPECT_EQ(ModeOf(Path("made")), 0664u);
+
+  ASSERT_EQ(mkdir(Path("dir").c_str(), 0755), 0);
+  ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0644), 0);
+  const std::pair<std::string, int> refused[] = {
+      {"dir", EINVAL}, {"fifo", EINVAL}, {"missing", ENOENT}};
+  for (const auto& r : refused) {
+    EXPECT_EQ(zi::OpenTrustedRegularFile(Path(r.first), O_RDONLY | O_NONBLOCK), -1) << r.first;
+    EXPECT_EQ(errno, r.second) << r.first;
+  }
 }
 
 }  // namespace

@@ -115,6 +115,21 @@ TEST_F(KaMkdir, CreatesMissingParentsAndReturnsFalseOnSuccess) {
   EXPECT_FALSE(Exists(Path("x")) || Exists("injected") || Exists("injected2"));
 }
 
+TEST_F(KaMkdir, MakesNoDirectoryWritableByOthersWhateverTheUmask) {
+  for (const mode_t mask : {0000, 0002, 0022, 0077}) {
+    const std::string top = Path("m" + std::to_string(mask));
+    const mode_t old = umask(mask);
+    const bool failed = ka_mkdir((top + "/a/b").c_str());
+    umask(old);
+    ASSERT_FALSE(failed);
+    for (const std::string& dir : {top, top + "/a", top + "/a/b"}) {
+      struct stat st;
+      ASSERT_EQ(stat(dir.c_str(), &st), 0);
+      EXPECT_EQ(st.st_mode & 07777, 0775u & ~mask) << dir;
+    }
+  }
+}
+
 TEST_F(KaMkdir, ReturnsTrueOnFailure) {
   ASSERT_TRUE(WriteFile(Path("file"), "x"));
   EXPECT_TRUE(ka_mkdir(Path("file").c_str()));
