@@ -64,10 +64,10 @@ using ID2String = CKAID2Str::SID2STRING;
 #define MUTEX(X, C) X(C, m_pMutex)
 #define AUTO_MUTEX(X, C) X(C, m_pMutex) X(C, m_bLocked)
 #define TIME(X, C) X(C, m_tTime)
-#define TIME_INFO(X, C)                                                               \
-  X(C, wYear)                                                                         \
-  X(C, wMonth) X(C, wDay) X(C, wHour) X(C, wMinute) X(C, wSecond) X(C, wMilliseconds) \
-      X(C, wReserved)
+#define TIME_INFO(X, C) \
+  X(C, wYear)           \
+  X(C, wMonth)          \
+  X(C, wDay) X(C, wHour) X(C, wMinute) X(C, wSecond) X(C, wMilliseconds) X(C, wReserved)
 #define INTERVAL(X, C) X(C, tSecond) X(C, wMillisecond)
 #define EVENT_SEND(X, C) \
   X(C, m_mutex) X(C, m_pEvents) X(C, m_nSize) X(C, m_nCount) X(C, m_nWrite) X(C, m_nRead)
