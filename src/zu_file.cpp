@@ -5,6 +5,7 @@
 #undef NDEBUG
 #include <assert.h>
 #include <errno.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <climits>
@@ -34,7 +35,7 @@ void ModeForFlags(int nFlags, char* mode) {
 
 // End offset of a stream already positioned at its end, or -1 when it does not fit an int.
 int EndOffset(FILE* pFile) {
-  const long nEnd = std::ftell(pFile);
+  const off_t nEnd = ftello(pFile);
   return nEnd > INT_MAX ? -1 : static_cast<int>(nEnd);
 }
 
@@ -126,13 +127,14 @@ bool CKAFile::IsExist() {
 
 int CKAFile::GetLength() {
   if (m_pFile != nullptr) {
-    const long nPos = std::ftell(m_pFile);
-    if (std::fseek(m_pFile, 0, SEEK_END) != 0) return -1;
+    // 64-bit positions: a stream past 2 GiB on a 32-bit target is put back where it was.
+    const off_t nPos = ftello(m_pFile);
+    if (nPos < 0 || fseeko(m_pFile, 0, SEEK_END) != 0) return -1;
     const int nLength = EndOffset(m_pFile);
-    std::fseek(m_pFile, nPos, SEEK_SET);
+    fseeko(m_pFile, nPos, SEEK_SET);
     return nLength;
   }
-  m_pFile = std::fopen(m_sFileName.GetBuf(), "r");
+  m_pFile = std::fopen(m_sFileName.GetBuf(), "re");  // close-on-exec, as every stream here
   if (m_pFile == nullptr) return -1;
   const int nLength = std::fseek(m_pFile, 0, SEEK_END) == 0 ? EndOffset(m_pFile) : -1;
   Close();  // also on failure: the stream pointer never outlives its fclose

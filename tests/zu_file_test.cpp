@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -219,6 +220,25 @@ TEST_F(FileTest, StreamsAreCloseOnExecAndCreatedFilesNotWorldWritable) {
   EXPECT_EQ(fcntl(stream, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   EXPECT_FALSE(file.Open("q"));
   EXPECT_FALSE(file.Open(""));
+}
+
+// Past 2 GiB the length no longer fits the int result, but the stream must still be put back
+// where it was (on 32-bit targets too).
+TEST_F(FileTest, GetLengthPastTwoGibibytesKeepsThePosition) {
+  const std::string name = Path("big");
+  {
+    std::ofstream out(name, std::ios::binary);
+    out.seekp(3LL << 30);
+    out << "Z";
+  }
+  CKAFile file(name.c_str());
+  ASSERT_TRUE(file.Open("r"));
+  ASSERT_TRUE(file.SeekToEnd());
+  ASSERT_TRUE(file.Seek(-1, KA_SEEK_CURRENT));
+  EXPECT_EQ(file.GetLength(), -1);
+  char c = 0;
+  EXPECT_EQ(file.Read(&c, 1), 1);
+  EXPECT_EQ(c, 'Z');
 }
 
 TEST(CKAFileDeathTest, NullFileNameFailsTheAssertion) {
