@@ -25,32 +25,32 @@ constexpr size_t kHostNameBuffer = 128;
 constexpr mode_t kDirMode = 0775;
 
 // True when dir is a directory now, made by this call or before it.
-bool make_one_dir(const std::string& dir) {
+bool MakeOneDir(const std::string& dir) {
   if (mkdir(dir.c_str(), kDirMode) == 0) return true;
   struct stat st;
   return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // Creates path and its missing parents; true on success.
-bool make_dir_tree(std::string path) {
+bool MakeDirTree(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   if (path.empty()) return false;
   for (std::string::size_type slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-    if (!make_one_dir(path.substr(0, slash))) return false;
+    if (!MakeOneDir(path.substr(0, slash))) return false;
     if (slash == std::string::npos) return true;
   }
 }
 
 // ---- Recursive removal ----
 
-bool remove_entry(int parentFd, const char* name);
+bool RemoveEntry(int parentFd, const char* name);
 
-bool is_dot_or_dotdot(const char* name) {
+bool IsDotOrDotdot(const char* name) {
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
 // Removes everything inside the directory name (relative to parentFd); true on success.
-bool remove_children(int parentFd, const char* name) {
+bool RemoveChildren(int parentFd, const char* name) {
   const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return false;
   DIR* dir = fdopendir(fd);
@@ -62,27 +62,27 @@ bool remove_children(int parentFd, const char* name) {
   // offsets (large file systems, 32-bit programs on 64-bit kernels) would end plain readdir.
   std::vector<std::string> names;
   while (const dirent64* entry = readdir64(dir)) {
-    if (!is_dot_or_dotdot(entry->d_name)) names.emplace_back(entry->d_name);
+    if (!IsDotOrDotdot(entry->d_name)) names.emplace_back(entry->d_name);
   }
   bool ok = true;
-  for (const std::string& child : names) ok = remove_entry(dirfd(dir), child.c_str()) && ok;
+  for (const std::string& child : names) ok = RemoveEntry(dirfd(dir), child.c_str()) && ok;
   closedir(dir);
   return ok;
 }
 
 // Removes name (relative to parentFd) and, for a directory, all below it; a missing entry
 // counts as removed. Symbolic links are removed, never followed.
-bool remove_entry(int parentFd, const char* name) {
+bool RemoveEntry(int parentFd, const char* name) {
   struct stat st;
   if (fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
   if (!S_ISDIR(st.st_mode)) return unlinkat(parentFd, name, 0) == 0 || errno == ENOENT;
-  const bool childrenGone = remove_children(parentFd, name);
+  const bool childrenGone = RemoveChildren(parentFd, name);
   const bool dirGone = unlinkat(parentFd, name, AT_REMOVEDIR) == 0 || errno == ENOENT;
   return childrenGone && dirGone;
 }
 
 // The root directory itself and paths ending in "." or ".." are never removed.
-bool is_protected_path(std::string path) {
+bool IsProtectedPath(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   const std::string::size_type slash = path.rfind('/');
   const std::string last = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -95,14 +95,14 @@ bool is_protected_path(std::string path) {
 // ---- Daemon ----
 
 // Forks; the parent exits with status 0. Returns false in the child if the fork failed.
-bool fork_and_leave_parent() {
+bool ForkAndLeaveParent() {
   const pid_t pid = fork();
   if (pid < 0) return false;
   if (pid > 0) exit(0);
   return true;
 }
 
-void redirect_standard_fds() {
+void RedirectStandardFds() {
   for (int fd = 0; fd < kDaemonMaxFd; ++fd) close(fd);
   open("/dev/null", O_RDONLY);  // becomes descriptor 0
   open("/dev/null", O_RDWR);    // 1
@@ -144,10 +144,10 @@ SIntervalMTime ka_get_current_interval_mtime() {
 }
 
 int ka_daemon_init(bool bForkTwice) {
-  if (!fork_and_leave_parent()) return -1;
+  if (!ForkAndLeaveParent()) return -1;
   setsid();
-  if (bForkTwice && !fork_and_leave_parent()) return -1;
-  redirect_standard_fds();
+  if (bForkTwice && !ForkAndLeaveParent()) return -1;
+  RedirectStandardFds();
   if (chdir("/") != 0) {
     // "/" always exists; nothing sensible to do if it cannot be entered.
   }
@@ -177,11 +177,11 @@ CKAString ka_get_computer_name() {
 
 bool ka_mkdir(const char* szPath) {
   if (szPath == nullptr) return false;
-  return !make_dir_tree(szPath);  // inverted on purpose: false means success
+  return !MakeDirTree(szPath);  // inverted on purpose: false means success
 }
 
 bool ka_rmdir(const char* szPath) {
   if (szPath == nullptr || szPath[0] == '\0') return false;
-  if (is_protected_path(szPath)) return true;
-  return !remove_entry(AT_FDCWD, szPath);  // inverted on purpose: false means success
+  if (IsProtectedPath(szPath)) return true;
+  return !RemoveEntry(AT_FDCWD, szPath);  // inverted on purpose: false means success
 }
