@@ -181,6 +181,25 @@ Op UnaryOp(int code, UnaryForm form) {
   return kOpInvalid;
 }
 
+// Operations that call a function of the system's math library.
+constexpr bool CallsOut(int code) {
+  return code == kPower || code == kSquare || code == kCube || code == kRoot ||
+         (code >= kSin && code <= kAtan) || code == kLog || code == kLn || code == kExp;
+}
+
+// The operation an instruction performs.
+int OpCode(Op op) {
+  static const int kCodes[] = {
+#define ZU_BINARY_CODES(name) \
+  k##name, k##name, k##name, k##name, k##name, k##name, k##name, k##name,
+#define ZU_UNARY_CODES(name) k##name, k##name,
+      kEnd, kVariable, kNumber, ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES)
+#undef ZU_BINARY_CODES
+#undef ZU_UNARY_CODES
+  };
+  return op < kOpInvalid ? kCodes[op] : kEnd;
+}
+
 // One instruction: 16 bytes. a and b are byte offsets of variable values from the start of
 // the variable table; value is a number operand (it shares its place with b).
 struct Instr {
@@ -214,6 +233,14 @@ class Compiler {
   }
 
   const std::vector<Instr>& Code() const { return m_code; }
+
+  // True when no instruction calls a function.
+  bool IsLeaf() const {
+    for (const Instr& in : m_code) {
+      if (CallsOut(OpCode(in.op))) return false;
+    }
+    return true;
+  }
 
  private:
   enum Kind { kConst, kVar, kComputed };
@@ -345,6 +372,7 @@ constexpr std::uint64_t kProgramMark = 0x02474f52505a5501ULL;  // "\x01ZUPROG\x0
 struct Header {
   std::uint64_t key;   // Key(tokens it was compiled from, variables registered then)
   std::int32_t slots;  // slots it occupies, this one included
+  std::int32_t leaf;   // 1 when no instruction calls a function
 };
 
 // The mark of a program made from tokens postfix tokens with vars variables.
@@ -382,8 +410,8 @@ std::int32_t I32At(const unsigned char* p) {
   return v;
 }
 
-// The tokens equal their copy. Up to 128 bytes (6 tokens) they are compared in place with
-// overlapping 16-byte pieces, without a call; longer ones by the C library's vectorised memcmp.
+// The tokens equal their copy, for 20 to 128 bytes (1 to 6 tokens): compared in place with
+// overlapping 16-byte pieces, without a call.
 [[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, const unsigned char* copy,
                                               size_t bytes) {
   typedef std::uint64_t Piece __attribute__((vector_size(16)));
@@ -394,17 +422,18 @@ std::int32_t I32At(const unsigned char* p) {
     std::memcpy(&b, copy + at, sizeof(b));
     return a ^ b;
   };
-  if (bytes > 128 || bytes < 20) return std::memcmp(live, copy, bytes) == 0;
   Piece diff = differ(0) | differ(bytes - 16);
   if (bytes > 32) diff |= differ(16) | differ(bytes - 32);
   if (bytes > 64) diff |= differ(32) | differ(48) | differ(bytes - 64) | differ(bytes - 48);
   return (diff[0] | diff[1]) == 0;
 }
 
-// The instructions compiled from polish as it stands, or null.
+// The header of a program compiled from tokens like polish (their copy still to be
+// compared), or null; leaf tells whether the program calls no function.
 [[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
                                                                int var_count,
-                                                               const CKAArray<SVarOperand>& table) {
+                                                               const CKAArray<SVarOperand>& table,
+                                                               bool& leaf) {
   const int base = table.m_nCount;
   if (base != var_count || base < 0 || base >= table.m_nSize) return nullptr;
   const unsigned char* slot = reinterpret_cast<const unsigned char*>(table.m_pData + base);
@@ -415,10 +444,8 @@ std::int32_t I32At(const unsigned char* p) {
   const int slots = I32At(slot + offsetof(Header, slots));
   const int code = CodeSlot(tokens);
   if (slots > table.m_nSize - base || code >= slots) return nullptr;
-  // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
-  const size_t bytes = static_cast<size_t>(tokens) * sizeof(SToken);
-  if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), bytes)) return nullptr;
-  return slot + code * sizeof(SVarOperand);
+  leaf = I32At(slot + offsetof(Header, leaf)) == 1;
+  return slot;
 }
 
 // ---- The interpreter ----
@@ -442,17 +469,11 @@ double F64At(const unsigned char* p) {
   return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, vars, result);
 }
 
-}  // namespace
-
-// Runs the compiled program when there is a valid one: each instruction jumps straight to the
-// next one's code. The top value is held apart (in a register); below[d - 1] is the value
-// under it. One function, so that finding the program, comparing the tokens and running it
-// share one entry and one set of saved registers.
-int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
-                   const CKAArray<SVarOperand>& table, double& result) {
-  result = 0.0;  // first: result may be one of the variables
-  const unsigned char* ip = FindProgram(polish, var_count, table);
-  if (!ip) return RunPolish(polish, var_count, table, result);
+// Runs a compiled program: each instruction jumps straight to the next one's code. The top
+// value is held apart (in a register); *(sp - 1) is the value under it. The variant for
+// programs that call no function (kLeaf) keeps everything in registers that need no saving.
+template <bool kLeaf>
+[[gnu::noinline]] int RunProgram(const unsigned char* ip, const char* values, double& result) {
   // clang-format off
   static const void* const kTargets[] = {
       &&L_End, &&L_LoadVar, &&L_LoadConst,
@@ -468,7 +489,6 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
 #undef ZU_BINARY_TARGETS
 #undef ZU_UNARY_TARGETS
   static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpInvalid + 1, "one target per op");
-  const char* values = reinterpret_cast<const char*>(table.m_pData);
   double below[kStackSize + 1];
   double* sp = below;
   double top = 0.0;
@@ -498,51 +518,102 @@ L_LoadConst:
   ZU_PUSH;
   top = ZU_CONST;
   ZU_NEXT;
-#define ZU_BINARY_CODE(name)                               \
-  L_VV##name : {                                           \
-    const double x = ZU_VAR(4);                            \
-    const double y = ZU_VAR(8);                            \
-    ZU_PUSH;                                               \
-    top = ApplyBinary(k##name, x, y);                      \
-    ZU_NEXT;                                               \
-  }                                                        \
-  L_VC##name : {                                           \
-    const double x = ZU_VAR(4);                            \
-    ZU_PUSH;                                               \
-    top = ApplyBinary(k##name, x, ZU_CONST);               \
-    ZU_NEXT;                                               \
-  }                                                        \
-  L_CV##name : {                                           \
-    const double y = ZU_VAR(4);                            \
-    ZU_PUSH;                                               \
-    top = ApplyBinary(k##name, ZU_CONST, y);               \
-    ZU_NEXT;                                               \
-  }                                                        \
-  L_TV##name : top = ApplyBinary(k##name, top, ZU_VAR(4)); \
-  ZU_NEXT;                                                 \
-  L_TC##name : top = ApplyBinary(k##name, top, ZU_CONST);  \
-  ZU_NEXT;                                                 \
-  L_VT##name : top = ApplyBinary(k##name, ZU_VAR(4), top); \
-  ZU_NEXT;                                                 \
-  L_CT##name : top = ApplyBinary(k##name, ZU_CONST, top);  \
-  ZU_NEXT;                                                 \
-  L_ST##name : top = ApplyBinary(k##name, *--sp, top);     \
+#define ZU_GUARD(name) \
+  if (kLeaf && CallsOut(k##name)) goto L_Invalid
+#define ZU_BINARY_CODE(name)                  \
+  L_VV##name : {                              \
+    ZU_GUARD(name);                           \
+    const double x = ZU_VAR(4);               \
+    const double y = ZU_VAR(8);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, x, y);         \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_VC##name : {                              \
+    ZU_GUARD(name);                           \
+    const double x = ZU_VAR(4);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, x, ZU_CONST);  \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_CV##name : {                              \
+    ZU_GUARD(name);                           \
+    const double y = ZU_VAR(4);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, ZU_CONST, y);  \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_TV##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, top, ZU_VAR(4)); \
+  ZU_NEXT;                                    \
+  L_TC##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, top, ZU_CONST);  \
+  ZU_NEXT;                                    \
+  L_VT##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, ZU_VAR(4), top); \
+  ZU_NEXT;                                    \
+  L_CT##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, ZU_CONST, top);  \
+  ZU_NEXT;                                    \
+  L_ST##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, *--sp, top);     \
   ZU_NEXT;
   ZU_BINARY_OPS(ZU_BINARY_CODE)
-#define ZU_UNARY_CODE(name)                                                             \
-  L_V##name : ZU_PUSH;                                                                  \
-  top = ZU_VAR(4);                                                                      \
-  goto L_T##name;                                                                       \
-  L_T##name : if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
-  top = ApplyUnary(k##name, top);                                                       \
+#define ZU_UNARY_CODE(name)                                                 \
+  L_V##name : ZU_GUARD(name);                                               \
+  ZU_PUSH;                                                                  \
+  top = ZU_VAR(4);                                                          \
+  goto L_T##name;                                                           \
+  L_T##name : ZU_GUARD(name);                                               \
+  if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
+  top = ApplyUnary(k##name, top);                                           \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
 #undef ZU_BINARY_CODE
 #undef ZU_UNARY_CODE
+#undef ZU_GUARD
 #undef ZU_VAR
 #undef ZU_CONST
 #undef ZU_NEXT
 #undef ZU_PUSH
+}
+
+}  // namespace
+
+namespace {
+
+// Evaluate for formulas of more than 6 tokens: their copy is compared by the C library's
+// vectorised memcmp.
+[[gnu::noinline]] int EvaluateLong(const CKAArray<SToken>& polish, int var_count,
+                                   const CKAArray<SVarOperand>& table, double& result,
+                                   const unsigned char* slot, bool leaf) {
+  const int tokens = polish.m_nCount;
+  if (std::memcmp(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken)) != 0) {
+    return RunPolish(polish, var_count, table, result);
+  }
+  const unsigned char* ip = slot + CodeSlot(tokens) * sizeof(SVarOperand);
+  const char* values = reinterpret_cast<const char*>(table.m_pData);
+  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
+}
+
+}  // namespace
+
+// Only tail calls: no registers to save before the program runs.
+int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
+                   const CKAArray<SVarOperand>& table, double& result) {
+  result = 0.0;  // first: result may be one of the variables
+  bool leaf = false;
+  const unsigned char* slot = FindProgram(polish, var_count, table, leaf);
+  if (!slot) return RunPolish(polish, var_count, table, result);
+  // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
+  const int tokens = polish.m_nCount;
+  if (tokens > 6) return EvaluateLong(polish, var_count, table, result, slot, leaf);
+  if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken))) {
+    return RunPolish(polish, var_count, table, result);
+  }
+  const unsigned char* ip = slot + CodeSlot(tokens) * sizeof(SVarOperand);
+  const char* values = reinterpret_cast<const char*>(table.m_pData);
+  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
 }
 
 namespace {
@@ -587,8 +658,8 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
   const int count = polish.m_nCount;
   const int instructions = static_cast<int>(compiler.Code().size());
   const Header header = {
-      Key(count, base),
-      CodeSlot(count) + Slots(static_cast<long long>(instructions) * kInstrBytes)};
+      Key(count, base), CodeSlot(count) + Slots(static_cast<long long>(instructions) * kInstrBytes),
+      compiler.IsLeaf() ? 1 : 0};
   const int needed = base + header.slots;
   if (needed > table.m_nSize && !table.AddSize(needed - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
