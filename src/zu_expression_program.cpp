@@ -90,16 +90,14 @@ double ProductError(double a, double b, double product) {
   return (((ah * bh - product) + ah * bl) + al * bh) + al * bl;
 }
 
-}  // namespace
-
-double Square(double x) {
+[[gnu::always_inline]] inline double ExactSquare(double x) {
   if (!InRange(x)) return SystemPow(x, 2.0);
   const double p = x * x;
   if (IsExact(p, ProductError(x, x, p))) return p;
   return SystemPow(x, 2.0);
 }
 
-double Cube(double x) {
+[[gnu::always_inline]] inline double ExactCube(double x) {
   if (!InRange(x)) return SystemPow(x, 3.0);
   const double square = x * x;
   const double square_error = ProductError(x, x, square);
@@ -111,13 +109,35 @@ double Cube(double x) {
   return SystemPow(x, 3.0);
 }
 
-double Root(double x) {
+[[gnu::always_inline]] inline double ExactRoot(double x) {
   if (!(x > 0.0) || !InRange(x)) return SystemPow(x, 0.5);
   const double s = std::sqrt(x);
   const double h = High(s), l = s - h;
   const double residual = ((x - h * h) - 2.0 * h * l) - l * l;  // x - s * s
   if (IsExact(s, residual / (2.0 * s))) return s;
   return SystemPow(x, 0.5);
+}
+
+// ApplyUnary, with the exact-power rule in place rather than called.
+[[gnu::always_inline]] inline double ApplyUnaryHere(int code, double x) {
+  if (code == kSquare) return ExactSquare(x);
+  if (code == kCube) return ExactCube(x);
+  if (code == kRoot) return ExactRoot(x);
+  return ApplyUnary(code, x);
+}
+
+}  // namespace
+
+double Square(double x) {
+  return ExactSquare(x);
+}
+
+double Cube(double x) {
+  return ExactCube(x);
+}
+
+double Root(double x) {
+  return ExactRoot(x);
 }
 
 namespace {
@@ -383,7 +403,7 @@ std::uint64_t Key(int tokens, int vars) {
 
 // Slots taken by the header and the copy of tokens tokens: the instructions start behind.
 int CodeSlot(int tokens) {
-  return 1 + (tokens + 1) / 2;  // two 20-byte tokens fill one 40-byte slot
+  return 1 + static_cast<int>((static_cast<unsigned>(tokens) + 1) / 2);  // two tokens a slot
 }
 static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
 
@@ -410,8 +430,10 @@ std::int32_t I32At(const unsigned char* p) {
   return v;
 }
 
-// The tokens equal their copy, for 20 to 128 bytes (1 to 6 tokens): compared in place with
-// overlapping 16-byte pieces, without a call.
+constexpr int kInPlaceBytes = 128;  // 6 tokens
+
+// The tokens equal their copy (20 <= bytes <= kInPlaceBytes), compared in 16-byte pieces in
+// place: no call, so Evaluate saves no registers before the program runs.
 [[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, const unsigned char* copy,
                                               size_t bytes) {
   typedef std::uint64_t Piece __attribute__((vector_size(16)));
@@ -441,9 +463,8 @@ std::int32_t I32At(const unsigned char* p) {
   std::memcpy(&key, slot + offsetof(Header, key), sizeof(key));
   const int tokens = polish.m_nCount;
   if (key != Key(tokens, base)) return nullptr;
-  const int slots = I32At(slot + offsetof(Header, slots));
-  const int code = CodeSlot(tokens);
-  if (slots > table.m_nSize - base || code >= slots) return nullptr;
+  // The storage may have shrunk since (CKAArray::AddSize with a negative count).
+  if (I32At(slot + offsetof(Header, slots)) > table.m_nSize - base) return nullptr;
   leaf = I32At(slot + offsetof(Header, leaf)) == 1;
   return slot;
 }
@@ -483,28 +504,31 @@ template <bool kLeaf>
       ZU_BINARY_OPS(ZU_BINARY_TARGETS)
 #define ZU_UNARY_TARGETS(name) &&L_T##name, &&L_V##name,
       ZU_UNARY_OPS(ZU_UNARY_TARGETS)
-      &&L_Invalid,
+#define ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid, &&L_Invalid,
+#define ZU_INVALID16 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4
+      ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 &&L_Invalid,
   };
   // clang-format on
 #undef ZU_BINARY_TARGETS
 #undef ZU_UNARY_TARGETS
-  static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpInvalid + 1, "one target per op");
+#undef ZU_INVALID4
+#undef ZU_INVALID16
+  // One target for every value of an instruction's first byte, the operation.
+  static_assert(kOpInvalid < 256, "operations fit a byte");
+  static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == 256, "one target per byte value");
   double below[kStackSize + 1];
   double* sp = below;
   double top = 0.0;
   int rc = 1;
-  std::uint32_t op;
 #define ZU_VAR(field) (*reinterpret_cast<const double*>(values + U32At(ip + (field))))
 #define ZU_CONST F64At(ip + 8)
-#define ZU_NEXT                                        \
-  do {                                                 \
-    ip += kInstrBytes;                                 \
-    op = U32At(ip);                                    \
-    goto* kTargets[op < kOpInvalid ? op : kOpInvalid]; \
+#define ZU_NEXT          \
+  do {                   \
+    ip += kInstrBytes;   \
+    goto* kTargets[*ip]; \
   } while (0)
 #define ZU_PUSH *sp++ = top
-  op = U32At(ip);
-  goto* kTargets[op < kOpInvalid ? op : kOpInvalid];
+  goto* kTargets[*ip];
 L_End:
   result = top;
   return 1;
@@ -566,7 +590,7 @@ L_LoadConst:
   goto L_T##name;                                                           \
   L_T##name : ZU_GUARD(name);                                               \
   if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
-  top = ApplyUnary(k##name, top);                                           \
+  top = ApplyUnaryHere(k##name, top);                                       \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
 #undef ZU_BINARY_CODE
@@ -582,8 +606,8 @@ L_LoadConst:
 
 namespace {
 
-// Evaluate for formulas of more than 6 tokens: their copy is compared by the C library's
-// vectorised memcmp.
+// Evaluate for formulas of more than kInPlaceBytes / 20 tokens: their copy is compared by the C
+// library's memcmp, which is vectorised more widely than the baseline instruction set allows here.
 [[gnu::noinline]] int EvaluateLong(const CKAArray<SToken>& polish, int var_count,
                                    const CKAArray<SVarOperand>& table, double& result,
                                    const unsigned char* slot, bool leaf) {
@@ -607,7 +631,8 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
   if (!slot) return RunPolish(polish, var_count, table, result);
   // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
   const int tokens = polish.m_nCount;
-  if (tokens > 6) return EvaluateLong(polish, var_count, table, result, slot, leaf);
+  if (tokens > kInPlaceBytes / 20)
+    return EvaluateLong(polish, var_count, table, result, slot, leaf);
   if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken))) {
     return RunPolish(polish, var_count, table, result);
   }
