@@ -20,9 +20,12 @@
 //   postfix tokens it was made from, then 16-byte instructions. Nothing outside the object
 //   owns memory, copying or destroying the object needs no care, and the program is found in
 //   constant time from the table.
-// - How it is validated. Evaluate runs the program only when the header's mark is there, the
-//   variable count, the table's count and the header agree, the program lies within the
-//   table's storage, and the postfix tokens equal the stored copy byte for byte.
+// - How it is validated. Evaluate runs the program only when the header's key (a mark, the
+//   token count and the variable count it was made for) matches the object, the table's
+//   storage still holds the whole program, and the postfix tokens equal the stored copy byte
+//   for byte: in place in 16-byte pieces for up to 6 tokens, by memcmp beyond. Finding and
+//   checking the program ends in tail calls only, and programs that call no function run in
+//   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
 //   language defines for them; the program is not touched, so undoing the edit makes it
@@ -412,10 +415,11 @@ int Slots(long long bytes) {
                           static_cast<long long>(sizeof(SVarOperand)));
 }
 
+// Byte 0 is the operation (the interpreter dispatches on it), bytes 4-7 the first variable's
+// offset, bytes 8-15 the second variable's offset or the number.
 void StoreInstr(unsigned char* to, const Instr& in) {
   std::memset(to, 0, kInstrBytes);
-  const std::uint32_t op = in.op;
-  std::memcpy(to, &op, 4);
+  to[0] = static_cast<unsigned char>(in.op);
   std::memcpy(to + 4, &in.a, 4);
   if (in.b != 0) {  // a second variable (offsets are never 0); else the number, if any
     std::memcpy(to + 8, &in.b, 4);
