@@ -45,6 +45,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "zu_expression_internal.h"
@@ -158,6 +159,14 @@ namespace {
 #define ZU_UNARY_OPS(X)                                                                       \
   X(Negate) X(Not) X(DegToRad) X(RadToDeg) X(Sqrt) X(Sin) X(Cos) X(Tan) X(Asin) X(Acos)      \
   X(Atan) X(Abs) X(Log) X(Ln) X(Exp) X(Square) X(Cube) X(Root)
+// Pairs fused into one instruction, X(outer, inner): "top = top outer (v inner w)" in the forms
+// XVV and XVC, where the inner operation alone would push the top and the outer one, in its
+// ST form, pop it again (A*B+C*D is two instructions, not three).
+#define ZU_FUSED_WITH(X, outer)                                                          \
+  X(outer, Add) X(outer, Subtract) X(outer, Multiply) X(outer, QuotientOf) X(outer, Divide)
+#define ZU_FUSED_OPS(X)                                                                  \
+  ZU_FUSED_WITH(X, Add) ZU_FUSED_WITH(X, Subtract) ZU_FUSED_WITH(X, Multiply)            \
+  ZU_FUSED_WITH(X, QuotientOf) ZU_FUSED_WITH(X, Divide)
 // clang-format on
 
 enum BinaryForm : int { kVV, kVC, kCV, kTV, kTC, kVT, kCT, kST, kBinaryForms };
@@ -176,11 +185,16 @@ enum Op : std::uint32_t {
   ZU_BINARY_OPS(ZU_BINARY_ENUM)
 #define ZU_UNARY_ENUM(name) kOpT##name, kOpV##name,
   ZU_UNARY_OPS(ZU_UNARY_ENUM)
+#define ZU_FUSED_ENUM(outer, inner) kOpXVV##outer##inner, kOpXVC##outer##inner,
+  ZU_FUSED_OPS(ZU_FUSED_ENUM)
   kOpInvalid,  // also stands for every code beyond it
 };
 // clang-format on
 #undef ZU_BINARY_ENUM
 #undef ZU_UNARY_ENUM
+#undef ZU_FUSED_ENUM
+constexpr int kOpFirstUnary = kOpTNegate;
+constexpr int kOpFirstFused = kOpXVVAddAdd;
 
 Op BinaryOp(int code, BinaryForm form) {
   switch (code) {
@@ -204,6 +218,17 @@ Op UnaryOp(int code, UnaryForm form) {
   return kOpInvalid;
 }
 
+// The fused instruction for outer applied to the result of a VV or VC instruction of inner, or
+// kOpInvalid.
+Op FusedOp(int outer, int inner, int form) {
+  if (form != kVV && form != kVC) return kOpInvalid;
+#define ZU_FUSED_CASE(o, i) \
+  if (outer == k##o && inner == k##i) return form == kVV ? kOpXVV##o##i : kOpXVC##o##i;
+  ZU_FUSED_OPS(ZU_FUSED_CASE)
+#undef ZU_FUSED_CASE
+  return kOpInvalid;
+}
+
 // Operations that call a function of the system's math library.
 constexpr bool CallsOut(int code) {
   return code == kPower || code == kSquare || code == kCube || code == kRoot ||
@@ -216,9 +241,12 @@ int OpCode(Op op) {
 #define ZU_BINARY_CODES(name) \
   k##name, k##name, k##name, k##name, k##name, k##name, k##name, k##name,
 #define ZU_UNARY_CODES(name) k##name, k##name,
-      kEnd, kVariable, kNumber, ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES)
+#define ZU_FUSED_CODES(outer, inner) k##outer, k##outer,
+      kEnd, kVariable, kNumber,
+      ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES) ZU_FUSED_OPS(ZU_FUSED_CODES)
 #undef ZU_BINARY_CODES
 #undef ZU_UNARY_CODES
+#undef ZU_FUSED_CODES
   };
   return op < kOpInvalid ? kCodes[op] : kEnd;
 }
@@ -348,7 +376,7 @@ class Compiler {
       return;
     }
     if (a.kind == kComputed && b.kind == kComputed) {
-      Emit(BinaryOp(code, kST), 0, 0, 0.0);
+      if (!Fuse(code)) Emit(BinaryOp(code, kST), 0, 0, 0.0);
     } else if (a.kind == kComputed) {
       Emit(BinaryOp(code, b.kind == kVar ? kTV : kTC), b.offset, 0, b.value);
     } else if (b.kind == kComputed) {
@@ -363,6 +391,18 @@ class Compiler {
     a = {kComputed, 0, 0.0};
   }
 
+  // When the last instruction computed the top (b) from operands in place, pushing the value
+  // below it (a), makes it also apply code to a and b. True when fused.
+  bool Fuse(int code) {
+    if (m_code.empty()) return false;
+    Instr& last = m_code.back();
+    if (last.op < kOpVVAdd || last.op >= kOpFirstUnary) return false;
+    const Op fused = FusedOp(code, OpCode(last.op), (last.op - kOpVVAdd) % kBinaryForms);
+    if (fused == kOpInvalid) return false;
+    last.op = fused;
+    return true;
+  }
+
   // SUM, AVE, MAX, MIN of n operands: the accumulator starts with the last and takes the
   // others from the last but one to the first. Arguments computed at run time never occur in
   // analysed formulas and are not compiled.
@@ -372,8 +412,19 @@ class Compiler {
       if (m_stack[i].kind == kComputed) return false;
     }
     const int step = code == kMaximum ? kMaxAcc : code == kMinimum ? kMinAcc : kAdd;
-    Load(m_stack.back());
-    for (size_t i = m_stack.size() - 1; i-- > first;) {
+    size_t next = m_stack.size() - 1;  // the accumulator starts with the last argument
+    if (n == 1) {
+      Load(m_stack[next]);
+    } else {  // the first step takes both its operands in place
+      const Value acc = m_stack[next--];
+      const Value& v = m_stack[next];
+      if (acc.kind == kVar && v.kind == kVar) Emit(BinaryOp(step, kVV), acc.offset, v.offset, 0.0);
+      if (acc.kind == kVar && v.kind == kConst) Emit(BinaryOp(step, kVC), acc.offset, 0, v.value);
+      if (acc.kind == kConst && v.kind == kVar) Emit(BinaryOp(step, kCV), v.offset, 0, acc.value);
+      if (acc.kind == kConst && v.kind == kConst)
+        Emit(kOpLoadConst, 0, 0, ApplyBinary(step, acc.value, v.value));
+    }
+    for (size_t i = next; i-- > first;) {
       const Value& v = m_stack[i];
       Emit(BinaryOp(step, v.kind == kVar ? kTV : kTC), v.offset, 0, v.value);
     }
@@ -508,13 +559,16 @@ template <bool kLeaf>
       ZU_BINARY_OPS(ZU_BINARY_TARGETS)
 #define ZU_UNARY_TARGETS(name) &&L_T##name, &&L_V##name,
       ZU_UNARY_OPS(ZU_UNARY_TARGETS)
+#define ZU_FUSED_TARGETS(outer, inner) &&L_XVV##outer##inner, &&L_XVC##outer##inner,
+      ZU_FUSED_OPS(ZU_FUSED_TARGETS)
 #define ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid, &&L_Invalid,
 #define ZU_INVALID16 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4
-      ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 &&L_Invalid,
+      ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid,
   };
   // clang-format on
 #undef ZU_BINARY_TARGETS
 #undef ZU_UNARY_TARGETS
+#undef ZU_FUSED_TARGETS
 #undef ZU_INVALID4
 #undef ZU_INVALID16
   // One target for every value of an instruction's first byte, the operation.
@@ -597,6 +651,19 @@ L_LoadConst:
   top = ApplyUnaryHere(k##name, top);                                       \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
+#define ZU_FUSED_CODE(outer, inner)                               \
+  L_XVV##outer##inner : {                                         \
+    const double x = ApplyBinary(k##inner, ZU_VAR(4), ZU_VAR(8)); \
+    top = ApplyBinary(k##outer, top, x);                          \
+    ZU_NEXT;                                                      \
+  }                                                               \
+  L_XVC##outer##inner : {                                         \
+    const double x = ApplyBinary(k##inner, ZU_VAR(4), ZU_CONST);  \
+    top = ApplyBinary(k##outer, top, x);                          \
+    ZU_NEXT;                                                      \
+  }
+  ZU_FUSED_OPS(ZU_FUSED_CODE)
+#undef ZU_FUSED_CODE
 #undef ZU_BINARY_CODE
 #undef ZU_UNARY_CODE
 #undef ZU_GUARD
@@ -652,14 +719,21 @@ const char* OpName(Op op, const char** form) {
   static const char* const kNames[] = {
 #define ZU_BINARY_NAMES(name) #name, #name, #name, #name, #name, #name, #name, #name,
 #define ZU_UNARY_NAMES(name) #name, #name,
-      "End", "LoadVar", "LoadConst", ZU_BINARY_OPS(ZU_BINARY_NAMES) ZU_UNARY_OPS(ZU_UNARY_NAMES)
+#define ZU_FUSED_NAMES(outer, inner) #outer "(" #inner ")", #outer "(" #inner ")",
+      "End", "LoadVar", "LoadConst",
+      ZU_BINARY_OPS(ZU_BINARY_NAMES) ZU_UNARY_OPS(ZU_UNARY_NAMES) ZU_FUSED_OPS(ZU_FUSED_NAMES)
 #undef ZU_BINARY_NAMES
 #undef ZU_UNARY_NAMES
+#undef ZU_FUSED_NAMES
   };
-  const int first_unary = kOpTNegate;
   *form = "";
-  if (op >= kOpVVAdd && op < first_unary) *form = kBinaryFormNames[(op - kOpVVAdd) % kBinaryForms];
-  if (op >= first_unary && op < kOpInvalid) *form = kUnaryFormNames[(op - first_unary) % 2];
+  if (op >= kOpVVAdd && op < kOpFirstUnary) {
+    *form = kBinaryFormNames[(op - kOpVVAdd) % kBinaryForms];
+  } else if (op >= kOpFirstUnary && op < kOpFirstFused) {
+    *form = kUnaryFormNames[(op - kOpFirstUnary) % 2];
+  } else if (op >= kOpFirstFused && op < kOpInvalid) {
+    *form = (op - kOpFirstFused) % 2 ? "XVC" : "XVV";
+  }
   return op < kOpInvalid ? kNames[op] : "Invalid";
 }
 
@@ -670,7 +744,8 @@ std::string Operand(const char* form, int at, const Instr& in) {
   if (letter == 'C') {
     std::snprintf(text, sizeof(text), " %.17g", in.value);
   } else {
-    const std::uint32_t offset = at == 1 && form[0] == 'V' ? in.b : in.a;
+    const bool second = std::strchr(form, 'V') != form + at;  // the form's second variable
+    const std::uint32_t offset = second ? in.b : in.a;
     std::snprintf(text, sizeof(text), " v%u",
                   static_cast<unsigned>(offset / sizeof(SVarOperand) + 1));
   }

@@ -60,8 +60,14 @@ TEST(ExpressionCompiler, ListsFusedFoldedAndSpecialisedInstructions) {
   // clang-format off
   const char* cases[][2] = {
       {"v1 v2 v3 * +", "VV Multiply v2 v3\nVT Add v1\nEnd\n"},                  // A+B*C
-      {"v1 v2 + v1 v2 - * v3 /",
-       "VV Add v1 v2\nVV Subtract v1 v2\nST Multiply\nTV Divide v3\nEnd\n"},
+      {"v1 v2 + v1 v2 - * v3 /",                                                // (A+B)*(A-B)/C
+       "VV Add v1 v2\nXVV Multiply(Subtract) v1 v2\nTV Divide v3\nEnd\n"},
+      {"v1 v2 * v2 v3 * + v3 2 / -",                                            // fused pairs
+       "VV Multiply v1 v2\nXVV Add(Multiply) v2 v3\nXVC Subtract(QuotientOf) v3 2\nEnd\n"},
+      {"v1 v2 * v2 v3 / +", "VV Multiply v1 v2\nXVV Add(Divide) v2 v3\nEnd\n"},
+      {"v1 v2 * v2 v3 MOD +", "VV Multiply v1 v2\nVV Quotient v2 v3\nST Add\nEnd\n"},
+      {"v1 SIN v2 v3 - *", "V Sin v1\nXVV Multiply(Subtract) v2 v3\nEnd\n"},
+      {"v1 v2 - 2 v3 * +", "VV Subtract v1 v2\nCV Multiply 2 v3\nST Add\nEnd\n"},  // CV is not
       {"v1 2 3 4 * + * 7 / v2 +",                                               // A*(2+3*4)/7+B
        "VC Multiply v1 14\nTC QuotientOf 7\nTV Add v2\nEnd\n"},
       {"2 v1 -", "CV Subtract 2 v1\nEnd\n"}, {"v1 0.5 -", "VC Subtract v1 0.5\nEnd\n"},
@@ -75,11 +81,11 @@ TEST(ExpressionCompiler, ListsFusedFoldedAndSpecialisedInstructions) {
       {"4 @ SQRT", "LoadConst -4\nT Sqrt\nEnd\n"},          // a failing operation is kept
       {"2 ASIN", "LoadConst 2\nT Asin\nEnd\n"}, {"v2", "LoadVar v2\nEnd\n"},
       {"7", "LoadConst 7\nEnd\n"}, {"v1 SIN", "V Sin v1\nEnd\n"},
-      {"v1 v2 v3 SUM:3", "LoadVar v3\nTV Add v2\nTV Add v1\nEnd\n"},
-      {"v1 2 AVE:2", "LoadConst 2\nTV Add v1\nTC QuotientOf 2\nEnd\n"},
+      {"v1 v2 v3 SUM:3", "VV Add v3 v2\nTV Add v1\nEnd\n"}, {"v2 SUM:1", "LoadVar v2\nEnd\n"},
+      {"v1 2 AVE:2", "CV Add 2 v1\nTC QuotientOf 2\nEnd\n"},
       {"v1 v2 MAX:2 v3 1 MIN:2 -",
-       "LoadVar v2\nTV MaxAcc v1\nLoadConst 1\nTV MinAcc v3\nST Subtract\nEnd\n"},
-      {"1 2 SUM:2", "LoadConst 2\nTC Add 1\nEnd\n"},
+       "VV MaxAcc v2 v1\nCV MinAcc 1 v3\nST Subtract\nEnd\n"},
+      {"1 2 SUM:2", "LoadConst 3\nEnd\n"}, {"v1 2 MIN:2", "CV MinAcc 2 v1\nEnd\n"},
       {"v1 v2 < v3 AND NOT", "VV Less v1 v2\nTV And v3\nT Not\nEnd\n"},
       {"v1 v2 CABS v1 v2 COSPHI !=", "VV Cabs v1 v2\nVV CosPhi v1 v2\nST NotEqual\nEnd\n"},
       // Not compiled: left to the token evaluator.
