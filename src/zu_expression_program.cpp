@@ -8,7 +8,9 @@
 //   value stack always holds exactly the values the operand counter counts, so none of the
 //   token evaluator's checks can fire and they are left out, and the formula is a tree.
 //   Operands (numbers and variables) are not pushed: each operation takes them in place, so
-//   A+B*C is two instructions, "top = B * C" and "top = A + top". Operations still run in the
+//   A+B*C is two instructions, "top = B * C" and "top = A + top", and an arithmetic operation
+//   on two operands in place is fused with the one that combines its result with the value
+//   below (A*B+C*D is "top = A * B", "top = top + C * D"). Operations still run in the
 //   order of the tokens, so the first failing one decides the result code; only the reading
 //   of operands moves. Constant sub-expressions are folded with the very functions evaluation
 //   uses (a failing operation is never folded), numbers are converted once, "/" by a number
