@@ -449,6 +449,7 @@ struct Header {
   std::uint64_t key;   // Key(tokens it was compiled from, variables registered then)
   std::int32_t slots;  // slots it occupies, this one included
   std::int32_t leaf;   // 1 when no instruction calls a function
+  std::int32_t code;   // offset of the first instruction from the header, in bytes
 };
 
 // The mark of a program made from tokens postfix tokens with vars variables.
@@ -512,9 +513,13 @@ constexpr int kInPlaceBytes = 128;  // 6 tokens
 [[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
                                                                int var_count,
                                                                const CKAArray<SVarOperand>& table,
-                                                               bool& leaf) {
+                                                               bool& leaf,
+                                                               const unsigned char*& ip) {
   const int base = table.m_nCount;
-  if (base != var_count || base < 0 || base >= table.m_nSize) return nullptr;
+  // One unsigned comparison also refuses a negative count.
+  if (base != var_count || static_cast<unsigned>(base) >= static_cast<unsigned>(table.m_nSize)) {
+    return nullptr;
+  }
   const unsigned char* slot = reinterpret_cast<const unsigned char*>(table.m_pData + base);
   std::uint64_t key;
   std::memcpy(&key, slot + offsetof(Header, key), sizeof(key));
@@ -523,6 +528,7 @@ constexpr int kInPlaceBytes = 128;  // 6 tokens
   // The storage may have shrunk since (CKAArray::AddSize with a negative count).
   if (I32At(slot + offsetof(Header, slots)) > table.m_nSize - base) return nullptr;
   leaf = I32At(slot + offsetof(Header, leaf)) == 1;
+  ip = slot + I32At(slot + offsetof(Header, code));
   return slot;
 }
 
@@ -683,12 +689,11 @@ namespace {
 // library's memcmp, which is vectorised more widely than the baseline instruction set allows here.
 [[gnu::noinline]] int EvaluateLong(const CKAArray<SToken>& polish, int var_count,
                                    const CKAArray<SVarOperand>& table, double& result,
-                                   const unsigned char* slot, bool leaf) {
+                                   const unsigned char* slot, const unsigned char* ip, bool leaf) {
   const int tokens = polish.m_nCount;
   if (std::memcmp(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken)) != 0) {
     return RunPolish(polish, var_count, table, result);
   }
-  const unsigned char* ip = slot + CodeSlot(tokens) * sizeof(SVarOperand);
   const char* values = reinterpret_cast<const char*>(table.m_pData);
   return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
 }
@@ -700,16 +705,17 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
                    const CKAArray<SVarOperand>& table, double& result) {
   result = 0.0;  // first: result may be one of the variables
   bool leaf = false;
-  const unsigned char* slot = FindProgram(polish, var_count, table, leaf);
+  const unsigned char* ip = nullptr;
+  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
   if (!slot) return RunPolish(polish, var_count, table, result);
   // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
   const int tokens = polish.m_nCount;
-  if (tokens > kInPlaceBytes / 20)
-    return EvaluateLong(polish, var_count, table, result, slot, leaf);
+  if (tokens > kInPlaceBytes / 20) {
+    return EvaluateLong(polish, var_count, table, result, slot, ip, leaf);
+  }
   if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken))) {
     return RunPolish(polish, var_count, table, result);
   }
-  const unsigned char* ip = slot + CodeSlot(tokens) * sizeof(SVarOperand);
   const char* values = reinterpret_cast<const char*>(table.m_pData);
   return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
 }
@@ -765,7 +771,7 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
   const int instructions = static_cast<int>(compiler.Code().size());
   const Header header = {
       Key(count, base), CodeSlot(count) + Slots(static_cast<long long>(instructions) * kInstrBytes),
-      compiler.IsLeaf() ? 1 : 0};
+      compiler.IsLeaf() ? 1 : 0, CodeSlot(count) * static_cast<int>(sizeof(SVarOperand))};
   const int needed = base + header.slots;
   if (needed > table.m_nSize && !table.AddSize(needed - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
