@@ -81,8 +81,9 @@ bool InRange(double x) {
   return magnitude >= 0x1p-64 && magnitude <= 0x1p64;  // false for NaN
 }
 
-// True when p, a normal double that is not a power of two, is within kExactUnits of its
-// unit in the last place from p + error.
+// True when the exact value p + error lies within kExactUnits units in the last place of p
+// (a normal double) and p is not a power of two, whose lower neighbour is only half a unit
+// away.
 bool IsExact(double p, double error) {
   const std::uint64_t bits = Bits(p);
   if ((bits & 0x000fffffffffffffULL) == 0) return false;
