@@ -1,26 +1,44 @@
-// Formula evaluator benchmark: CKAExpression::Evaluate and Analysis on typical formulas and,
-// when muparser is available, the same formulas through muparser on the same variable values.
-// Heap allocations are counted by replacing the global operator new. After the runs a table
-// gives the throughput ratio per formula (muparser time / zustd time, above 1 = zustd faster)
-// and the geometric mean.
+// Formula evaluator benchmark, in the way applications call CKAExpression: Analysis once,
+// then for every new set of inputs SetVarValue(number, value) for each variable of the
+// formula and Evaluate(result). 1024 input sets are cycled; A, B, C lie in [1, 2], X in
+// [0.05, 1.05], Y in [0, 1].
+//
+// Before any timing every formula is evaluated on every input set and compared bit for bit
+// (result code and value) with a reference evaluator written here, which runs the postfix
+// tokens one by one exactly as the formula language defines them (pow for "^", the division
+// rule, truncation, the failure codes). The peers are checked to compute the same formula
+// (within 1e-12 relative), so that the comparison is between like and like.
+//
+// The comparison table comes from paired rounds in one thread: each round times one batch of
+// every contender (zustd, muparser, fparser after Optimize(), the formula compiled as C++),
+// in an order that rotates from round to round, in CPU time of this thread, so that load
+// from other processes falls on all of them alike. Per formula the table gives the median
+// batch time per evaluation and the median of the per-round ratios. Heap allocations are
+// counted by replacing the global operator new.
+//
+// ZU_BENCH_ROUNDS (default 41) sets the number of rounds. Google Benchmark's own runs of the
+// zustd calling pattern (BM_*) come first; --benchmark_filter=none skips them.
 #include <benchmark/benchmark.h>
-
+#include <muParser.h>
 #include <time.h>
+#include <fparser.hh>
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
 #include <new>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "zu_expression.h"
-
-#if defined(ZUSTD_HAVE_MUPARSER)
-#include <muParser.h>
-#endif
 
 namespace {
 std::atomic<long long> g_allocations{0};
@@ -53,156 +71,391 @@ void operator delete[](void* p, std::size_t) noexcept {
 
 namespace {
 
+// One input set, by name.
+struct In {
+  double A, B, C, X, Y;
+};
+
 struct Formula {
   const char* zustd;
   const char* muparser;
+  const char* fparser;
+  double (*native)(const In&);
 };
 
+// clang-format off
 const Formula kFormulas[] = {
-    {"A+B*C", "A+B*C"},
-    {"(A+B)*(A-B)/C", "(A+B)*(A-B)/C"},
-    {"SQRT(A^2+B^2)", "sqrt(A^2+B^2)"},
-    {"SIN(X)*2+Y", "sin(X)*2+Y"},
-    {"SQRT(2-SIN(2*A)+COS(3.14159/B)/3)", "sqrt(2-sin(2*A)+cos(3.14159/B)/3)"},
-    {"EXP(0-0.5*(X-A)*(X-A)/(B*B))/(B*2.50662)", "exp(0-0.5*(X-A)*(X-A)/(B*B))/(B*2.50662)"},
-    {"(7*A+6)*A*A*A+5*A*A+4*A+3", "(7*A+6)*A*A*A+5*A*A+4*A+3"},
-    {"A*(2+3*4)/7+B", "A*(2+3*4)/7+B"},
-    {"(A<B)*X+(A>=B)*Y", "(A<B)*X+(A>=B)*Y"},
-    {"SUM(A,B,C,X,Y)/5", "sum(A,B,C,X,Y)/5"},
+    {"A+B*C", "A+B*C", "A+B*C",
+     [](const In& v) { return v.A + v.B * v.C; }},
+    {"(A+B)*(A-B)/C", "(A+B)*(A-B)/C", "(A+B)*(A-B)/C",
+     [](const In& v) { return (v.A + v.B) * (v.A - v.B) / v.C; }},
+    {"SQRT(A^2+B^2)", "sqrt(A^2+B^2)", "sqrt(A^2+B^2)",
+     [](const In& v) { return std::sqrt(std::pow(v.A, 2) + std::pow(v.B, 2)); }},
+    {"SIN(X)*2+Y", "sin(X)*2+Y", "sin(X)*2+Y",
+     [](const In& v) { return std::sin(v.X) * 2 + v.Y; }},
+    {"SQRT(2-SIN(2*A)+COS(3.14159/B)/3)", "sqrt(2-sin(2*A)+cos(3.14159/B)/3)",
+     "sqrt(2-sin(2*A)+cos(3.14159/B)/3)",
+     [](const In& v) { return std::sqrt(2 - std::sin(2 * v.A) + std::cos(3.14159 / v.B) / 3); }},
+    {"EXP(0-0.5*(X-A)*(X-A)/(B*B))/(B*2.50662)", "exp(0-0.5*(X-A)*(X-A)/(B*B))/(B*2.50662)",
+     "exp(0-0.5*(X-A)*(X-A)/(B*B))/(B*2.50662)",
+     [](const In& v) {
+       return std::exp(0 - 0.5 * (v.X - v.A) * (v.X - v.A) / (v.B * v.B)) / (v.B * 2.50662);
+     }},
+    {"(7*A+6)*A*A*A+5*A*A+4*A+3", "(7*A+6)*A*A*A+5*A*A+4*A+3", "(7*A+6)*A*A*A+5*A*A+4*A+3",
+     [](const In& v) { return (7 * v.A + 6) * v.A * v.A * v.A + 5 * v.A * v.A + 4 * v.A + 3; }},
+    {"A*(2+3*4)/7+B", "A*(2+3*4)/7+B", "A*(2+3*4)/7+B",
+     [](const In& v) { return v.A * (2 + 3 * 4) / 7 + v.B; }},
+    {"(A<B)*X+(A>=B)*Y", "(A<B)*X+(A>=B)*Y", "(A<B)*X+(A>=B)*Y",
+     [](const In& v) { return (v.A < v.B) * v.X + (v.A >= v.B) * v.Y; }},
+    {"SUM(A,B,C,X,Y)/5", "sum(A,B,C,X,Y)/5", "(A+B+C+X+Y)/5",
+     [](const In& v) { return (v.A + v.B + v.C + v.X + v.Y) / 5; }},
+    // More shapes: divisions, long sums of products, nested functions, logic, lists, powers.
+    {"A/B+C/X-Y/A", "A/B+C/X-Y/A", "A/B+C/X-Y/A",
+     [](const In& v) { return v.A / v.B + v.C / v.X - v.Y / v.A; }},
+    {"A*B+B*C+C*X+X*Y+Y*A+A*C+B*X+C*Y", "A*B+B*C+C*X+X*Y+Y*A+A*C+B*X+C*Y",
+     "A*B+B*C+C*X+X*Y+Y*A+A*C+B*X+C*Y",
+     [](const In& v) {
+       return v.A * v.B + v.B * v.C + v.C * v.X + v.X * v.Y + v.Y * v.A + v.A * v.C + v.B * v.X +
+              v.C * v.Y;
+     }},
+    {"SQRT(LOG(A+B)*EXP(COS(X)))", "sqrt(ln(A+B)*exp(cos(X)))", "sqrt(log(A+B)*exp(cos(X)))",
+     [](const In& v) { return std::sqrt(std::log(v.A + v.B) * std::exp(std::cos(v.X))); }},
+    {"(A>B) AND (X<Y) OR (NOT(C>=1.5))", "(A>B) && (X<Y) || (C<1.5)",
+     "(A>B) & (X<Y) | !(C>=1.5)",
+     [](const In& v) { return ((v.A > v.B) && (v.X < v.Y)) || !(v.C >= 1.5) ? 1.0 : 0.0; }},
+    {"MAX(A,B,C,X,Y)-MIN(A,B,C,X,Y)", "max(A,B,C,X,Y)-min(A,B,C,X,Y)",
+     "max(max(max(max(A,B),C),X),Y)-min(min(min(min(A,B),C),X),Y)",
+     [](const In& v) {
+       return std::max({v.A, v.B, v.C, v.X, v.Y}) - std::min({v.A, v.B, v.C, v.X, v.Y});
+     }},
+    {"A^3-2*B^2+X^0.5", "A^3-2*B^2+X^0.5", "A^3-2*B^2+X^0.5",
+     [](const In& v) { return std::pow(v.A, 3) - 2 * std::pow(v.B, 2) + std::pow(v.X, 0.5); }},
+    {"(A-X)*(A-X)+(B-Y)*(B-Y)", "(A-X)*(A-X)+(B-Y)*(B-Y)", "(A-X)*(A-X)+(B-Y)*(B-Y)",
+     [](const In& v) { return (v.A - v.X) * (v.A - v.X) + (v.B - v.Y) * (v.B - v.Y); }},
+    {"A*X", "A*X", "A*X", [](const In& v) { return v.A * v.X; }},
 };
+// clang-format on
 constexpr int kFormulaCount = sizeof(kFormulas) / sizeof(kFormulas[0]);
+constexpr int kSets = 1024;
 
-struct Input {
-  const char* name;
-  double value;
-};
-const Input kInputs[] = {{"A", 1.7}, {"B", 2.3}, {"C", 0.9}, {"X", 0.4}, {"Y", -1.2}};
-
-void SetInputs(CKAExpression& e) {
-  for (const Input& in : kInputs) e.SetVarValue(in.name, in.value);
+std::vector<In> MakeInputs() {
+  std::mt19937_64 rng(20261124);
+  std::uniform_real_distribution<double> abc(1.0, 2.0), x(0.05, 1.05), y(0.0, 1.0);
+  std::vector<In> sets(kSets);
+  for (In& s : sets) s = {abc(rng), abc(rng), abc(rng), x(rng), y(rng)};
+  return sets;
 }
+const std::vector<In> kInputs = MakeInputs();
 
-void BM_Evaluate(benchmark::State& state) {
-  CKAExpression e;
-  if (e.Analysis(kFormulas[state.range(0)].zustd) != 1) state.SkipWithError("Analysis failed");
-  SetInputs(e);
-  double v = 0;
-  const long long before = g_allocations.load();
-  for (auto _ : state) {
-    e.Evaluate(v);
-    benchmark::DoNotOptimize(v);
+double ByName(const In& in, const char* name) {
+  switch (name[0]) {
+    case 'A':
+      return in.A;
+    case 'B':
+      return in.B;
+    case 'C':
+      return in.C;
+    case 'X':
+      return in.X;
+    default:
+      return in.Y;
   }
-  state.counters["allocs/eval"] = benchmark::Counter(
-      static_cast<double>(g_allocations.load() - before) / static_cast<double>(state.iterations()));
-  state.SetLabel(kFormulas[state.range(0)].zustd);
 }
 
-// Set-up to the first value: Analysis, the variables set by name, one Evaluate.
-void BM_Analysis(benchmark::State& state) {
-  CKAExpression e;
-  double v = 0;
-  for (auto _ : state) {
-    e.Analysis(kFormulas[state.range(0)].zustd);
-    SetInputs(e);
-    e.Evaluate(v);
-    benchmark::DoNotOptimize(v);
-  }
-  state.SetLabel(kFormulas[state.range(0)].zustd);
-}
+// One formula analysed by zustd, with its variables in zustd's numbering and the input sets
+// laid out in that order (vars values per set).
+struct Prepared {
+  CKAExpression expr;
+  std::string names;  // "A,B,C" in variable-number order
+  int vars = 0;
+  std::vector<double> values;
 
-BENCHMARK(BM_Evaluate)->DenseRange(0, kFormulaCount - 1);
-BENCHMARK(BM_Analysis)->DenseRange(0, kFormulaCount - 1);
-
-#if defined(ZUSTD_HAVE_MUPARSER)
-struct MuInputs {
-  double values[sizeof(kInputs) / sizeof(kInputs[0])];
-  void Define(mu::Parser& p) {
-    for (size_t i = 0; i < sizeof(kInputs) / sizeof(kInputs[0]); ++i) {
-      values[i] = kInputs[i].value;
-      p.DefineVar(kInputs[i].name, &values[i]);
+  explicit Prepared(const Formula& f) {
+    if (expr.Analysis(f.zustd) != 1) return;
+    vars = expr.GetVarCount();
+    std::vector<std::string> var_names;
+    for (int i = 1; i <= vars; ++i) {
+      CKAString name;
+      expr.GetVarName(i, name);
+      var_names.push_back(name.GetBuf());
+      names += (i > 1 ? "," : "") + var_names.back();
+    }
+    for (const In& in : kInputs) {
+      for (const std::string& n : var_names) values.push_back(ByName(in, n.c_str()));
     }
   }
+  const double* Set(int i) const { return values.data() + static_cast<size_t>(i) * vars; }
 };
 
-void BM_MuParserEval(benchmark::State& state) {
-  mu::Parser p;
-  MuInputs in;
-  in.Define(p);
-  p.SetExpr(kFormulas[state.range(0)].muparser);
-  double v = p.Eval();
-  for (auto _ : state) {
-    v = p.Eval();
-    benchmark::DoNotOptimize(v);
-  }
-  state.SetLabel(kFormulas[state.range(0)].muparser);
+// ---- The reference: the postfix tokens evaluated one by one ----
+
+std::int32_t Trunc(double x) {
+  if (std::isnan(x)) return 0;
+  if (x >= 2147483647.0) return INT32_MAX;
+  if (x <= -2147483648.0) return INT32_MIN;
+  return static_cast<std::int32_t>(x);
 }
 
-// Set-up to the first value: SetExpr and the first Eval (muparser parses lazily).
-void BM_MuParserSetup(benchmark::State& state) {
-  mu::Parser p;
-  MuInputs in;
-  in.Define(p);
-  double v = 0;
-  for (auto _ : state) {
-    p.SetExpr(kFormulas[state.range(0)].muparser);
-    v = p.Eval();
-    benchmark::DoNotOptimize(v);
+double Binary(int code, double a, double b) {
+  const auto truth = [](bool t) { return t ? 1.0 : 0.0; };
+  const std::int64_t q = Trunc(b), n = Trunc(a);
+  switch (code) {
+    case 2:
+      return a + b;
+    case 3:
+      return a - b;
+    case 4:
+      return a * b;
+    case 5:
+      return std::fabs(b) >= 1e-18 ? a / b : std::fabs(a) < 1e-18 ? 0.0 : 9999999.0;
+    case 6:
+      return std::pow(a, b);
+    case 7:
+      return q == 0 ? n : static_cast<double>(static_cast<std::int32_t>(n / q));
+    case 8:
+      return q == 0 ? 0.0 : static_cast<double>(n % q);
+    case 9:
+      return truth(n != 0 && q != 0);
+    case 10:
+      return truth(n != 0 || q != 0);
+    case 12:
+      return truth(a > b);
+    case 13:
+      return truth(a >= b);
+    case 14:
+      return truth(a < b);
+    case 15:
+      return truth(a <= b);
+    case 16:
+      return truth(!(a == b));
+    case 40:
+      return std::sqrt(b * b + a * a);
+    default:  // 41 COSPHI
+      return std::fabs(b) < 1e-18 && std::fabs(a) < 1e-18 ? 0.0 : b / std::sqrt(b * b + a * a);
   }
-  state.SetLabel(kFormulas[state.range(0)].muparser);
 }
 
-BENCHMARK(BM_MuParserEval)->DenseRange(0, kFormulaCount - 1);
-BENCHMARK(BM_MuParserSetup)->DenseRange(0, kFormulaCount - 1);
+// Result code of a one-operand operation; x becomes its result.
+int Unary(int code, double& x) {
+  if ((code == 36 || code == 37) && (x < -1.0 || x > 1.0)) return -1;
+  if ((code == 32 || code == 42 || code == 43) && x < 0.0) return -2;
+  switch (code) {
+    case 1:
+      x = -x;
+      break;
+    case 11:
+      x = Trunc(x) == 0 ? 1.0 : 0.0;
+      break;
+    case 30:
+      x = x * 0.017453292519944444;
+      break;
+    case 31:
+      x = x * 57.29577951307855;
+      break;
+    case 32:
+      x = std::sqrt(x);
+      break;
+    case 33:
+      x = std::sin(x);
+      break;
+    case 34:
+      x = std::cos(x);
+      break;
+    case 35:
+      x = std::tan(x);
+      break;
+    case 36:
+      x = std::asin(x);
+      break;
+    case 37:
+      x = std::acos(x);
+      break;
+    case 38:
+      x = std::atan(x);
+      break;
+    case 39:
+      x = std::fabs(x);
+      break;
+    case 42:
+      x = std::log(x);
+      break;
+    case 43:
+      x = std::log10(x);
+      break;
+    default:
+      x = std::exp(x);
+      break;  // 44
+  }
+  return 1;
+}
 
-// Both evaluators must agree within 1e-12 relative before any timing means something.
-bool ResultsAgree() {
+int Reference(CKAExpression& e, double& result) {
+  result = 0.0;
+  std::vector<double> stack;
+  const auto push = [&](double v) {
+    if (stack.size() < 128) stack.push_back(v);
+  };
+  const auto pop = [&](double& v) {
+    if (!stack.empty()) v = stack.back(), stack.pop_back();
+  };
+  if (e.m_arPolish.m_nCount < 1) return -1;
+  int produced = 0;
+  double work = 0.0, operand = 0.0;
+  for (int i = 0; i < e.m_arPolish.m_nCount; ++i) {
+    const CKAExpression::SToken& tok = e.m_arPolish.m_pData[i];
+    const int code = tok.m_nType;
+    if (code == 18) {
+      char text[9] = {};
+      std::memcpy(text, tok.m_szName, 8);
+      push(std::strtod(text, nullptr));
+      ++produced;
+    } else if (code == 17) {
+      double v;
+      if (e.GetVarValue(tok.m_nParam, v) < 0) return -1;
+      push(v);
+      ++produced;
+    } else if (code == 1 || code == 11 || (code >= 30 && code <= 39) || code >= 42) {
+      if (code > 44 || produced < 1) return -1;
+      pop(work);
+      const int rc = Unary(code, work);
+      if (rc != 1) return rc;
+      push(work);
+    } else if ((code >= 2 && code <= 16 && code != 11) || code == 40 || code == 41) {
+      if (produced < 2) return -1;
+      pop(work);
+      pop(operand);
+      push(Binary(code, operand, work));
+      --produced;
+    } else if (code == 24 || code == 25 || code == 26 || code == 28) {
+      const int n = tok.m_nParam;
+      if (n > produced) return -1;
+      pop(work);
+      for (int k = 1; k < n; ++k) {
+        pop(operand);
+        if (code == 26)
+          work = operand > work ? operand : work;
+        else if (code == 28)
+          work = operand < work ? operand : work;
+        else
+          work += operand;
+      }
+      if (code == 25) work = n > 0 ? work / n : 0.0;
+      produced = produced - n + 1;
+      push(work);
+    } else {
+      return -1;
+    }
+  }
+  if (produced != 1) return -1;
+  pop(result);
+  return 1;
+}
+
+// ---- The contenders, each evaluating one input set per call ----
+
+struct MuParser {
+  mu::Parser parser;
+  std::vector<double> bound;
+  MuParser(const Formula& f, const Prepared& p) : bound(p.vars) {
+    for (int i = 0; i < p.vars; ++i) {
+      CKAString name;
+      const_cast<CKAExpression&>(p.expr).GetVarName(i + 1, name);
+      parser.DefineVar(name.GetBuf(), &bound[i]);
+    }
+    parser.SetExpr(f.muparser);
+  }
+  double Eval(const double* set) {
+    for (size_t i = 0; i < bound.size(); ++i) bound[i] = set[i];
+    return parser.Eval();
+  }
+};
+
+struct FParser {
+  FunctionParser parser;
+  bool ok;
+  FParser(const Formula& f, const Prepared& p) {
+    ok = parser.Parse(f.fparser, p.names) < 0;
+    parser.Optimize();
+  }
+};
+
+// Checks every formula on every input set. False (with a message) on any difference.
+bool CheckResults() {
   bool ok = true;
   for (const Formula& f : kFormulas) {
-    CKAExpression e;
-    double ours = 0;
-    const int rc = e.Analysis(f.zustd);
-    SetInputs(e);
-    const int eval_rc = e.Evaluate(ours);
-    mu::Parser p;
-    MuInputs in;
-    in.Define(p);
-    double theirs = 0;
-    try {
-      p.SetExpr(f.muparser);
-      theirs = p.Eval();
-    } catch (const mu::Parser::exception_type& ex) {
-      std::fprintf(stderr, "muparser rejects %s: %s\n", f.muparser, ex.GetMsg().c_str());
+    Prepared p(f);
+    MuParser mu(f, p);
+    FParser fp(f, p);
+    if (p.vars == 0 || !fp.ok) {
+      std::fprintf(stderr, "%s: not accepted by zustd or fparser\n", f.zustd);
       ok = false;
       continue;
     }
-    const double scale = std::max(std::fabs(theirs), 1e-300);
-    if (rc != 1 || eval_rc != 1 || std::fabs(ours - theirs) / scale > 1e-12) {
-      std::fprintf(stderr, "results differ for %s: %.17g (rc %d/%d) vs %.17g\n", f.zustd, ours, rc,
-                   eval_rc, theirs);
-      ok = false;
+    for (int s = 0; s < kSets && ok; ++s) {
+      for (int i = 0; i < p.vars; ++i) p.expr.SetVarValue(i + 1, p.Set(s)[i]);
+      double ours = 0, reference = 0;
+      const int rc = p.expr.Evaluate(ours);
+      const int reference_rc = Reference(p.expr, reference);
+      if (rc != reference_rc || std::memcmp(&ours, &reference, sizeof ours) != 0) {
+        std::fprintf(stderr, "%s, set %d: %d %.17g, reference %d %.17g\n", f.zustd, s, rc, ours,
+                     reference_rc, reference);
+        ok = false;
+      }
+      const double peers[] = {mu.Eval(p.Set(s)), fp.parser.Eval(p.Set(s)), f.native(kInputs[s])};
+      for (double peer : peers) {
+        if (std::fabs(peer - ours) > 1e-12 * std::max(1.0, std::fabs(ours))) {
+          std::fprintf(stderr, "%s, set %d: peers differ: %.17g %.17g %.17g, zustd %.17g\n",
+                       f.zustd, s, peers[0], peers[1], peers[2], ours);
+          ok = false;
+          break;
+        }
+      }
     }
   }
   return ok;
 }
-#endif
 
-#if defined(ZUSTD_HAVE_MUPARSER)
-// The comparison tables come from paired measurements rather than from the runs above: for
-// each formula, rounds alternate a batch through zustd and a batch through muparser (in
-// turn first), each timed in CPU time of this thread, so that load from other processes
-// falls on both sides alike. Per formula the table gives the median batch times and the
-// median of the per-round ratios; the summary line their geometric mean.
+// ---- Google Benchmark runs of the zustd calling pattern ----
+
+void BM_SetAndEvaluate(benchmark::State& state) {
+  Prepared p(kFormulas[state.range(0)]);
+  int s = 0;
+  double v = 0;
+  const long long before = g_allocations.load();
+  for (auto _ : state) {
+    const double* set = p.Set(s);
+    for (int i = 0; i < p.vars; ++i) p.expr.SetVarValue(i + 1, set[i]);
+    p.expr.Evaluate(v);
+    benchmark::DoNotOptimize(v);
+    s = (s + 1) & (kSets - 1);
+  }
+  state.counters["allocs"] = benchmark::Counter(static_cast<double>(g_allocations.load() - before) /
+                                                static_cast<double>(state.iterations()));
+  state.SetLabel(kFormulas[state.range(0)].zustd);
+}
+
+// Set-up to the first value: Analysis, the variables set by number, one Evaluate.
+void BM_Analysis(benchmark::State& state) {
+  Prepared p(kFormulas[state.range(0)]);
+  double v = 0;
+  for (auto _ : state) {
+    p.expr.Analysis(kFormulas[state.range(0)].zustd);
+    for (int i = 0; i < p.vars; ++i) p.expr.SetVarValue(i + 1, p.Set(0)[i]);
+    p.expr.Evaluate(v);
+    benchmark::DoNotOptimize(v);
+  }
+  state.SetLabel(kFormulas[state.range(0)].zustd);
+}
+
+BENCHMARK(BM_SetAndEvaluate)->DenseRange(0, kFormulaCount - 1);
+BENCHMARK(BM_Analysis)->DenseRange(0, kFormulaCount - 1);
+
+// ---- Paired rounds ----
+
 double ThreadNs() {
   timespec t;
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return t.tv_sec * 1e9 + t.tv_nsec;
-}
-
-template <class F>
-double TimeBatch(F&& f, int n) {
-  const double start = ThreadNs();
-  for (int i = 0; i < n; ++i) f();
-  return (ThreadNs() - start) / n;
+  return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_nsec);
 }
 
 double Median(std::vector<double> v) {
@@ -210,97 +463,149 @@ double Median(std::vector<double> v) {
   return v[v.size() / 2];
 }
 
-struct Paired {
-  double ours, theirs, ratio;
+// Runs the contenders (each a batch of n calls) in rounds whose order rotates. Returns, per
+// contender, the median time per call and the median of its per-round time ratio to
+// contender 0.
+struct Medians {
+  std::vector<double> ns;     // per contender
+  std::vector<double> ratio;  // per contender: its time / contender 0's time
 };
 
-template <class Ours, class Theirs>
-Paired Pair(Ours&& ours, Theirs&& theirs, int batch, int rounds) {
-  std::vector<double> a, b, r;
-  TimeBatch(ours, batch);
-  TimeBatch(theirs, batch);
-  for (int i = 0; i < rounds; ++i) {
-    double x, y;
-    if (i % 2 == 0) {
-      x = TimeBatch(ours, batch);
-      y = TimeBatch(theirs, batch);
-    } else {
-      y = TimeBatch(theirs, batch);
-      x = TimeBatch(ours, batch);
+Medians PairedRounds(std::vector<std::function<void()>>& batches, int n, int rounds) {
+  const size_t k = batches.size();
+  std::vector<std::vector<double>> times(k), ratios(k);
+  for (auto& b : batches) b();  // warm-up
+  for (int r = 0; r < rounds; ++r) {
+    std::vector<double> t(k);
+    for (size_t j = 0; j < k; ++j) {
+      const size_t c = (j + static_cast<size_t>(r)) % k;
+      const double start = ThreadNs();
+      batches[c]();
+      t[c] = (ThreadNs() - start) / n;
     }
-    a.push_back(x);
-    b.push_back(y);
-    r.push_back(y / x);
+    for (size_t c = 0; c < k; ++c) {
+      times[c].push_back(t[c]);
+      ratios[c].push_back(t[c] / t[0]);
+    }
   }
-  return {Median(a), Median(b), Median(r)};
+  Medians m;
+  for (size_t c = 0; c < k; ++c) {
+    m.ns.push_back(Median(times[c]));
+    m.ratio.push_back(Median(ratios[c]));
+  }
+  return m;
 }
 
-void PrintTable(const char* title, bool setup, int rounds) {
+void PrintEvaluationTable(int rounds) {
+  constexpr int kBatch = 4 * kSets;
   std::printf(
-      "\n%s (CPU ns per call, medians of %d paired rounds; ratio = muparser / zustd, "
-      "above 1: zustd faster)\n| formula | zustd | muparser | ratio |\n|---|---:|---:|---:|\n",
-      title, rounds);
-  double log_sum = 0;
-  double worst = 1e300;
+      "\nSetVarValue for each variable + Evaluate, %d input sets cycled (CPU ns per call, "
+      "medians of %d paired rounds of %d calls; x = peer time / zustd time, above 1: zustd "
+      "faster)\n| formula | zustd | muparser | fparser | C++ | x muparser | x fparser | "
+      "x C++ |\n|---|---:|---:|---:|---:|---:|---:|---:|\n",
+      kSets, rounds, kBatch);
+  double log_mu = 0, log_fp = 0, log_native = 0, worst = 1e300;
   for (const Formula& f : kFormulas) {
-    CKAExpression e;
-    e.Analysis(f.zustd);
-    SetInputs(e);
-    mu::Parser p;
-    MuInputs in;
-    in.Define(p);
-    p.SetExpr(f.muparser);
-    double v = 0;
-    Paired m;
-    if (setup) {
-      m = Pair(
-          [&] {
-            e.Analysis(f.zustd);
-            SetInputs(e);
-            e.Evaluate(v);
+    Prepared p(f);
+    MuParser mu(f, p);
+    FParser fp(f, p);
+    std::vector<std::function<void()>> batches = {
+        [&] {
+          double v = 0;
+          for (int i = 0; i < kBatch; ++i) {
+            const double* set = p.Set(i & (kSets - 1));
+            for (int k = 0; k < p.vars; ++k) p.expr.SetVarValue(k + 1, set[k]);
+            p.expr.Evaluate(v);
             benchmark::DoNotOptimize(v);
-          },
-          [&] {
-            p.SetExpr(f.muparser);
-            v = p.Eval();
+          }
+        },
+        [&] {
+          for (int i = 0; i < kBatch; ++i) {
+            double v = mu.Eval(p.Set(i & (kSets - 1)));
             benchmark::DoNotOptimize(v);
-          },
-          2000, rounds);
-    } else {
-      m = Pair(
-          [&] {
-            e.Evaluate(v);
+          }
+        },
+        [&] {
+          for (int i = 0; i < kBatch; ++i) {
+            double v = fp.parser.Eval(p.Set(i & (kSets - 1)));
             benchmark::DoNotOptimize(v);
-          },
-          [&] {
-            v = p.Eval();
+          }
+        },
+        [&] {
+          for (int i = 0; i < kBatch; ++i) {
+            const In* in = &kInputs[static_cast<size_t>(i & (kSets - 1))];
+            benchmark::DoNotOptimize(in);  // keeps the loads in the loop
+            double v = f.native(*in);
             benchmark::DoNotOptimize(v);
-          },
-          50000, rounds);
-    }
-    std::printf("| `%s` | %.1f | %.1f | %.2f |\n", f.zustd, m.ours, m.theirs, m.ratio);
-    log_sum += std::log(m.ratio);
-    worst = std::min(worst, m.ratio);
+          }
+        },
+    };
+    const Medians m = PairedRounds(batches, kBatch, rounds);
+    std::printf("| `%s` | %.1f | %.1f | %.1f | %.1f | %.2f | %.2f | %.2f |\n", f.zustd, m.ns[0],
+                m.ns[1], m.ns[2], m.ns[3], m.ratio[1], m.ratio[2], m.ratio[3]);
+    log_mu += std::log(m.ratio[1]);
+    log_fp += std::log(m.ratio[2]);
+    log_native += std::log(m.ratio[3]);
+    worst = std::min(worst, m.ratio[1]);
   }
-  std::printf("| geometric mean (lowest %.2f) | | | %.2f |\n", worst,
+  std::printf("| geometric mean (lowest x muparser %.2f) | | | | | %.2f | %.2f | %.2f |\n", worst,
+              std::exp(log_mu / kFormulaCount), std::exp(log_fp / kFormulaCount),
+              std::exp(log_native / kFormulaCount));
+}
+
+void PrintSetupTable(int rounds) {
+  constexpr int kBatch = 500;
+  std::printf(
+      "\nSet-up to the first value: Analysis + SetVarValue + Evaluate against muparser's "
+      "SetExpr + Eval (CPU ns per call, medians of %d paired rounds; x = muparser / zustd)\n"
+      "| formula | zustd | muparser | x muparser |\n|---|---:|---:|---:|\n",
+      rounds);
+  double log_sum = 0, worst = 1e300;
+  for (const Formula& f : kFormulas) {
+    Prepared p(f);
+    MuParser mu(f, p);
+    std::vector<std::function<void()>> batches = {
+        [&] {
+          double v = 0;
+          for (int i = 0; i < kBatch; ++i) {
+            p.expr.Analysis(f.zustd);
+            for (int k = 0; k < p.vars; ++k) p.expr.SetVarValue(k + 1, p.Set(0)[k]);
+            p.expr.Evaluate(v);
+            benchmark::DoNotOptimize(v);
+          }
+        },
+        [&] {
+          for (int i = 0; i < kBatch; ++i) {
+            mu.parser.SetExpr(f.muparser);
+            double v = mu.Eval(p.Set(0));
+            benchmark::DoNotOptimize(v);
+          }
+        },
+    };
+    const Medians m = PairedRounds(batches, kBatch, rounds);
+    std::printf("| `%s` | %.0f | %.0f | %.1f |\n", f.zustd, m.ns[0], m.ns[1], m.ratio[1]);
+    log_sum += std::log(m.ratio[1]);
+    worst = std::min(worst, m.ratio[1]);
+  }
+  std::printf("| geometric mean (lowest %.1f) | | | %.1f |\n", worst,
               std::exp(log_sum / kFormulaCount));
 }
-#endif
 
-// Heap allocations made by Evaluate, over every formula.
+// Heap allocations made by Evaluate, over every formula and input set.
 void PrintAllocations() {
-  long long evaluations = 0;
-  long long allocations = 0;
+  long long evaluations = 0, allocations = 0;
   for (const Formula& f : kFormulas) {
-    CKAExpression e;
-    e.Analysis(f.zustd);
-    SetInputs(e);
+    Prepared p(f);
     double v = 0;
     const long long start = g_allocations.load();
-    for (int i = 0; i < 1000; ++i, ++evaluations) e.Evaluate(v);
+    for (int s = 0; s < kSets; ++s, ++evaluations) {
+      for (int i = 0; i < p.vars; ++i) p.expr.SetVarValue(i + 1, p.Set(s)[i]);
+      p.expr.Evaluate(v);
+    }
     allocations += g_allocations.load() - start;
   }
-  std::printf("\nHeap allocations: %lld in %lld calls of Evaluate\n", allocations, evaluations);
+  std::printf("\nHeap allocations: %lld in %lld calls of SetVarValue and Evaluate\n", allocations,
+              evaluations);
 }
 
 }  // namespace
@@ -308,19 +613,15 @@ void PrintAllocations() {
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-#if defined(ZUSTD_HAVE_MUPARSER)
-  if (!ResultsAgree()) return 1;
-#endif
+  if (!CheckResults()) return 1;
+  std::printf("Every formula gives the reference's result code and bits on all %d input sets.\n",
+              kSets);
   benchmark::RunSpecifiedBenchmarks();
   PrintAllocations();
-#if defined(ZUSTD_HAVE_MUPARSER)
   const char* rounds_text = std::getenv("ZU_BENCH_ROUNDS");
   const int rounds = rounds_text ? std::max(1, std::atoi(rounds_text)) : 41;
-  PrintTable("Evaluation", false, rounds);
-  PrintTable("Set-up to the first value (Analysis vs SetExpr + Eval)", true, rounds);
-#else
-  std::printf("\nmuparser not found: no comparison table.\n");
-#endif
+  PrintEvaluationTable(rounds);
+  PrintSetupTable(rounds);
   benchmark::Shutdown();
   return 0;
 }

@@ -1,0 +1,804 @@
+// Compiled programs of formulas: the compiler, the program's storage behind the variable
+// table, and the interpreter that runs it.
+//
+// Design note.
+// - What is compiled. Analysis compiles a formula whose stack use is regular: every operator
+//   finds its operands, at most 128 values are pending, one value is left at the end, every
+//   argument count is at least 1 and every variable is registered. For such a formula the
+//   value stack always holds exactly the values the operand counter counts, so none of the
+//   token evaluator's checks can fire and they are left out, and the formula is a tree.
+//   Operands (numbers and variables) are not pushed: each operation takes them in place, so
+//   A+B*C is two instructions, "top = B * C" and "top = A + top", and an arithmetic operation
+//   on two operands in place is fused with the one that combines its result with the value
+//   below (A*B+C*D is "top = A * B", "top = top + C * D"). Operations still run in the
+//   order of the tokens, so the first failing one decides the result code; only the reading
+//   of operands moves. Constant sub-expressions are folded with the very functions evaluation
+//   uses (a failing operation is never folded), numbers are converted once, "/" by a number
+//   not near zero is a plain division, and "^ 2", "^ 3", "^ 0.5" use the exact-power rule
+//   below. Anything else (the rest of the formulas, which fail or misuse the stack) is left
+//   to the token evaluator, RunTokens.
+// - Where it lives. The object's layout is fixed, so the program lives in spare slots of the
+//   variable table m_arVarOperand, behind its m_nCount variables: a header slot, a copy of the
+//   postfix tokens it was made from, then 16-byte instructions. Nothing outside the object
+//   owns memory, copying or destroying the object needs no care, and the program is found in
+//   constant time from the table.
+// - How it is validated. Evaluate runs the program only when the header's key (a mark, the
+//   token count and the variable count it was made for) matches the object, the table's
+//   storage still holds the whole program, and the postfix tokens equal the stored copy byte
+//   for byte: in place in 16-byte pieces for up to 6 tokens, by memcmp beyond. Finding and
+//   checking the program ends in tail calls only, and programs that call no function run in
+//   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
+// - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
+//   evaluates the tokens as they stand with RunTokens, which gives the result the formula
+//   language defines for them; the program is not touched, so undoing the edit makes it
+//   valid again. A new Analysis replaces it.
+//
+// The exact-power rule. pow(x, 2) is not always x * x (about one input in a thousand
+// differs), nor pow(x, 0.5) sqrt(x). glibc's pow is within 0.511 units in the last place
+// (ULP) of the exact result plus |y log x| * 1.5 * 2^-15 ULP from its logarithm (its stated
+// bounds: exp 0.511 ULP, log 1.5 * 2^-68 relative), below 0.518 ULP for |x| in
+// [2^-64, 2^64] and y <= 3; on 60 million inputs it was never beyond 0.508. So when the exact
+// result lies within 0.48 ULP of a double p, and p's neighbours are a whole unit away (p is
+// not a power of two), pow cannot return anything but p. The rule computes p and its distance
+// to the exact result in double-double arithmetic (exact to about 2^-48 ULP whether or not
+// the compiler fuses multiplications and additions) and calls pow in every other case (about
+// one input in 25, and out-of-range, zero, infinite or NaN arguments).
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "zu_expression_internal.h"
+
+namespace zu_expression {
+namespace {
+
+// ---- The exact-power rule ----
+
+constexpr double kExactUnits = 0.48;
+
+std::uint64_t Bits(double x) {
+  std::uint64_t b;
+  std::memcpy(&b, &x, sizeof(b));
+  return b;
+}
+
+double FromBits(std::uint64_t b) {
+  double x;
+  std::memcpy(&x, &b, sizeof(x));
+  return x;
+}
+
+// x with the low 27 bits of its significand cleared: products of two such halves are exact.
+double High(double x) {
+  return FromBits(Bits(x) & ~((std::uint64_t{1} << 27) - 1));
+}
+
+bool InRange(double x) {
+  const double magnitude = std::fabs(x);
+  return magnitude >= 0x1p-64 && magnitude <= 0x1p64;  // false for NaN
+}
+
+// True when the exact value p + error lies within kExactUnits units in the last place of p
+// (a normal double) and p is not a power of two, whose lower neighbour is only half a unit
+// away.
+bool IsExact(double p, double error) {
+  const std::uint64_t bits = Bits(p);
+  if ((bits & 0x000fffffffffffffULL) == 0) return false;
+  const double unit = FromBits((bits & 0x7ff0000000000000ULL) - (52ULL << 52));
+  return std::fabs(error) <= kExactUnits * unit;
+}
+
+// The rounding error of a * b (a * b - fl(a * b)).
+double ProductError(double a, double b, double product) {
+  const double ah = High(a), al = a - ah, bh = High(b), bl = b - bh;
+  return (((ah * bh - product) + ah * bl) + al * bh) + al * bl;
+}
+
+[[gnu::always_inline]] inline double ExactSquare(double x) {
+  if (!InRange(x)) return SystemPow(x, 2.0);
+  const double p = x * x;
+  if (IsExact(p, ProductError(x, x, p))) return p;
+  return SystemPow(x, 2.0);
+}
+
+[[gnu::always_inline]] inline double ExactCube(double x) {
+  if (!InRange(x)) return SystemPow(x, 3.0);
+  const double square = x * x;
+  const double square_error = ProductError(x, x, square);
+  const double p = square * x;
+  // x^3 = square * x + square_error * x; round it once more to the nearest double.
+  const double error = ProductError(square, x, p) + square_error * x;
+  const double nearest = p + error;
+  if (IsExact(nearest, error - (nearest - p))) return nearest;
+  return SystemPow(x, 3.0);
+}
+
+[[gnu::always_inline]] inline double ExactRoot(double x) {
+  if (!(x > 0.0) || !InRange(x)) return SystemPow(x, 0.5);
+  const double s = std::sqrt(x);
+  const double h = High(s), l = s - h;
+  const double residual = ((x - h * h) - 2.0 * h * l) - l * l;  // x - s * s
+  if (IsExact(s, residual / (2.0 * s))) return s;
+  return SystemPow(x, 0.5);
+}
+
+// ApplyUnary, with the exact-power rule in place rather than called.
+[[gnu::always_inline]] inline double ApplyUnaryHere(int code, double x) {
+  if (code == kSquare) return ExactSquare(x);
+  if (code == kCube) return ExactCube(x);
+  if (code == kRoot) return ExactRoot(x);
+  return ApplyUnary(code, x);
+}
+
+}  // namespace
+
+double Square(double x) {
+  return ExactSquare(x);
+}
+
+double Cube(double x) {
+  return ExactCube(x);
+}
+
+double Root(double x) {
+  return ExactRoot(x);
+}
+
+namespace {
+
+// ---- Instructions ----
+
+// Every operation exists in the forms below; the operand letters: V a variable, C a number,
+// T the value on top of the stack, S the value below it. Forms that start with an operand
+// (VV, VC, CV, and the unary V) first push the top to make room.
+// clang-format off
+#define ZU_BINARY_OPS(X)                                                                      \
+  X(Add) X(Subtract) X(Multiply) X(Divide) X(Power) X(Quotient) X(Remainder) X(And) X(Or)    \
+  X(Greater) X(GreaterEqual) X(Less) X(LessEqual) X(NotEqual) X(Cabs) X(CosPhi) X(MaxAcc)     \
+  X(MinAcc) X(QuotientOf)
+#define ZU_UNARY_OPS(X)                                                                       \
+  X(Negate) X(Not) X(DegToRad) X(RadToDeg) X(Sqrt) X(Sin) X(Cos) X(Tan) X(Asin) X(Acos)      \
+  X(Atan) X(Abs) X(Log) X(Ln) X(Exp) X(Square) X(Cube) X(Root)
+// Pairs fused into one instruction, X(outer, inner): "top = top outer (v inner w)" in the forms
+// XVV and XVC, where the inner operation alone would push the top and the outer one, in its
+// ST form, pop it again (A*B+C*D is two instructions, not three).
+#define ZU_FUSED_WITH(X, outer)                                                          \
+  X(outer, Add) X(outer, Subtract) X(outer, Multiply) X(outer, QuotientOf) X(outer, Divide)
+#define ZU_FUSED_OPS(X)                                                                  \
+  ZU_FUSED_WITH(X, Add) ZU_FUSED_WITH(X, Subtract) ZU_FUSED_WITH(X, Multiply)            \
+  ZU_FUSED_WITH(X, QuotientOf) ZU_FUSED_WITH(X, Divide)
+// clang-format on
+
+enum BinaryForm : int { kVV, kVC, kCV, kTV, kTC, kVT, kCT, kST, kBinaryForms };
+enum UnaryForm : int { kT, kV, kUnaryForms };
+constexpr const char* kBinaryFormNames[] = {"VV", "VC", "CV", "TV", "TC", "VT", "CT", "ST"};
+constexpr const char* kUnaryFormNames[] = {"T", "V"};
+
+// clang-format off
+enum Op : std::uint32_t {
+  kOpEnd,
+  kOpLoadVar,
+  kOpLoadConst,
+#define ZU_BINARY_ENUM(name) \
+  kOpVV##name, kOpVC##name, kOpCV##name, kOpTV##name, kOpTC##name, kOpVT##name, kOpCT##name, \
+  kOpST##name,
+  ZU_BINARY_OPS(ZU_BINARY_ENUM)
+#define ZU_UNARY_ENUM(name) kOpT##name, kOpV##name,
+  ZU_UNARY_OPS(ZU_UNARY_ENUM)
+#define ZU_FUSED_ENUM(outer, inner) kOpXVV##outer##inner, kOpXVC##outer##inner,
+  ZU_FUSED_OPS(ZU_FUSED_ENUM)
+  kOpInvalid,  // also stands for every code beyond it
+};
+// clang-format on
+#undef ZU_BINARY_ENUM
+#undef ZU_UNARY_ENUM
+#undef ZU_FUSED_ENUM
+constexpr int kOpFirstUnary = kOpTNegate;
+constexpr int kOpFirstFused = kOpXVVAddAdd;
+
+Op BinaryOp(int code, BinaryForm form) {
+  switch (code) {
+#define ZU_BINARY_CASE(name) \
+  case k##name:              \
+    return static_cast<Op>(kOpVV##name + form);
+    ZU_BINARY_OPS(ZU_BINARY_CASE)
+#undef ZU_BINARY_CASE
+  }
+  return kOpInvalid;
+}
+
+Op UnaryOp(int code, UnaryForm form) {
+  switch (code) {
+#define ZU_UNARY_CASE(name) \
+  case k##name:             \
+    return static_cast<Op>(kOpT##name + form);
+    ZU_UNARY_OPS(ZU_UNARY_CASE)
+#undef ZU_UNARY_CASE
+  }
+  return kOpInvalid;
+}
+
+// The fused instruction for outer applied to the result of a VV or VC instruction of inner, or
+// kOpInvalid.
+Op FusedOp(int outer, int inner, int form) {
+  if (form != kVV && form != kVC) return kOpInvalid;
+#define ZU_FUSED_CASE(o, i) \
+  if (outer == k##o && inner == k##i) return form == kVV ? kOpXVV##o##i : kOpXVC##o##i;
+  ZU_FUSED_OPS(ZU_FUSED_CASE)
+#undef ZU_FUSED_CASE
+  return kOpInvalid;
+}
+
+// Operations that call a function of the system's math library.
+constexpr bool CallsOut(int code) {
+  return code == kPower || code == kSquare || code == kCube || code == kRoot ||
+         (code >= kSin && code <= kAtan) || code == kLog || code == kLn || code == kExp;
+}
+
+// The operation an instruction performs.
+int OpCode(Op op) {
+  static const int kCodes[] = {
+#define ZU_BINARY_CODES(name) \
+  k##name, k##name, k##name, k##name, k##name, k##name, k##name, k##name,
+#define ZU_UNARY_CODES(name) k##name, k##name,
+#define ZU_FUSED_CODES(outer, inner) k##outer, k##outer,
+      kEnd, kVariable, kNumber,
+      ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES) ZU_FUSED_OPS(ZU_FUSED_CODES)
+#undef ZU_BINARY_CODES
+#undef ZU_UNARY_CODES
+#undef ZU_FUSED_CODES
+  };
+  return op < kOpInvalid ? kCodes[op] : kEnd;
+}
+
+// One instruction: 16 bytes. a and b are byte offsets of variable values from the start of
+// the variable table; value is a number operand (it shares its place with b).
+struct Instr {
+  Op op;
+  std::uint32_t a;
+  std::uint32_t b;
+  double value;
+};
+constexpr int kInstrBytes = 16;
+constexpr int kMaxCompiledTokens = 4096;
+
+std::uint32_t ValueOffset(int index) {
+  return static_cast<std::uint32_t>(index * sizeof(SVarOperand) + offsetof(SVarOperand, m_dValue));
+}
+
+// ---- The compiler ----
+
+class Compiler {
+ public:
+  // False when the tokens are not regular or name an unregistered variable.
+  bool Compile(const SToken* tokens, int count, int var_count) {
+    if (count < 1 || count > kMaxCompiledTokens) return false;
+    int pending = 0;
+    for (const SToken* tok = tokens; tok != tokens + count; ++tok) {
+      if (!Step(*tok, var_count, pending) || pending > kStackSize) return false;
+    }
+    if (pending != 1) return false;
+    if (m_stack.back().kind != kComputed) Load(m_stack.back());
+    m_code.push_back({kOpEnd, 0, 0, 0.0});
+    return true;
+  }
+
+  const std::vector<Instr>& Code() const { return m_code; }
+
+  // True when no instruction calls a function.
+  bool IsLeaf() const {
+    for (const Instr& in : m_code) {
+      if (CallsOut(OpCode(in.op))) return false;
+    }
+    return true;
+  }
+
+ private:
+  enum Kind { kConst, kVar, kComputed };
+  // A value of the formula: an operand not loaded yet, or one computed at run time.
+  struct Value {
+    Kind kind;
+    std::uint32_t offset;  // kVar
+    double value;          // kConst
+  };
+
+  bool Step(const SToken& tok, int var_count, int& pending) {
+    const int code = tok.m_nType;
+    if (code == kNumber) {
+      m_stack.push_back({kConst, 0, ConvertNumber(tok.m_szName)});
+      ++pending;
+    } else if (code == kVariable) {
+      const unsigned index = static_cast<unsigned>(tok.m_nParam) - 1u;
+      if (index >= static_cast<unsigned>(var_count)) return false;
+      m_stack.push_back({kVar, ValueOffset(static_cast<int>(index)), 0.0});
+      ++pending;
+    } else if (IsUnaryCode(code) && pending >= 1) {
+      Unary(code);
+    } else if (IsBinaryCode(code) && pending >= 2) {
+      Binary(Specialise(code));
+      --pending;
+    } else if (IsListCode(code) && tok.m_nParam >= 1 && tok.m_nParam <= pending) {
+      if (!List(code, tok.m_nParam)) return false;
+      pending -= tok.m_nParam - 1;
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  // "^" by 2, 3 or 0.5 is a power operation of its own; "/" by a number that is not near
+  // zero is the plain division.
+  int Specialise(int code) const {
+    const Value& b = m_stack.back();
+    if (b.kind != kConst) return code;
+    if (code == kPower && b.value == 2.0) return kSquare;
+    if (code == kPower && b.value == 3.0) return kCube;
+    if (code == kPower && b.value == 0.5) return kRoot;
+    if (code == kDivide && std::fabs(b.value) >= 1e-18) return kQuotientOf;
+    return code;
+  }
+
+  void Emit(Op op, std::uint32_t a, std::uint32_t b, double value) {
+    m_code.push_back({op, a, b, value});
+  }
+
+  void Load(const Value& v) {
+    if (v.kind == kVar) Emit(kOpLoadVar, v.offset, 0, 0.0);
+    if (v.kind == kConst) Emit(kOpLoadConst, 0, 0, v.value);
+  }
+
+  void Unary(int code) {
+    Value& x = m_stack.back();
+    if (x.kind == kConst && (!CanFail(code) || CheckDomain(code, x.value) == 1)) {
+      x.value = ApplyUnary(code, x.value);
+      return;
+    }
+    if (x.kind == kVar) {
+      Emit(UnaryOp(code, kV), x.offset, 0, 0.0);
+    } else {
+      if (x.kind == kConst) Load(x);
+      Emit(UnaryOp(code, kT), 0, 0, 0.0);
+    }
+    x = {kComputed, 0, 0.0};
+  }
+
+  // a is the first-written operand, b the second; when b is computed it is the top value.
+  void Binary(int code) {
+    const Value b = m_stack.back();
+    m_stack.pop_back();
+    Value& a = m_stack.back();
+    if (code == kSquare || code == kCube || code == kRoot) {  // b is the exponent
+      Unary(code);
+      return;
+    }
+    if (a.kind == kConst && b.kind == kConst) {
+      a.value = ApplyBinary(code, a.value, b.value);
+      return;
+    }
+    if (a.kind == kComputed && b.kind == kComputed) {
+      if (!Fuse(code)) Emit(BinaryOp(code, kST), 0, 0, 0.0);
+    } else if (a.kind == kComputed) {
+      Emit(BinaryOp(code, b.kind == kVar ? kTV : kTC), b.offset, 0, b.value);
+    } else if (b.kind == kComputed) {
+      Emit(BinaryOp(code, a.kind == kVar ? kVT : kCT), a.offset, 0, a.value);
+    } else if (a.kind == kVar && b.kind == kVar) {
+      Emit(BinaryOp(code, kVV), a.offset, b.offset, 0.0);
+    } else if (a.kind == kVar) {
+      Emit(BinaryOp(code, kVC), a.offset, 0, b.value);
+    } else {
+      Emit(BinaryOp(code, kCV), b.offset, 0, a.value);
+    }
+    a = {kComputed, 0, 0.0};
+  }
+
+  // When the last instruction computed the top (b) from operands in place, pushing the value
+  // below it (a), makes it also apply code to a and b. True when fused.
+  bool Fuse(int code) {
+    if (m_code.empty()) return false;
+    Instr& last = m_code.back();
+    if (last.op < kOpVVAdd || last.op >= kOpFirstUnary) return false;
+    const Op fused = FusedOp(code, OpCode(last.op), (last.op - kOpVVAdd) % kBinaryForms);
+    if (fused == kOpInvalid) return false;
+    last.op = fused;
+    return true;
+  }
+
+  // SUM, AVE, MAX, MIN of n operands: the accumulator starts with the last and takes the
+  // others from the last but one to the first. Arguments computed at run time never occur in
+  // analysed formulas and are not compiled.
+  bool List(int code, int n) {
+    const size_t first = m_stack.size() - static_cast<size_t>(n);
+    for (size_t i = first; i < m_stack.size(); ++i) {
+      if (m_stack[i].kind == kComputed) return false;
+    }
+    const int step = code == kMaximum ? kMaxAcc : code == kMinimum ? kMinAcc : kAdd;
+    size_t next = m_stack.size() - 1;  // the accumulator starts with the last argument
+    if (n == 1) {
+      Load(m_stack[next]);
+    } else {  // the first step takes both its operands in place
+      const Value acc = m_stack[next--];
+      const Value& v = m_stack[next];
+      if (acc.kind == kVar && v.kind == kVar) Emit(BinaryOp(step, kVV), acc.offset, v.offset, 0.0);
+      if (acc.kind == kVar && v.kind == kConst) Emit(BinaryOp(step, kVC), acc.offset, 0, v.value);
+      if (acc.kind == kConst && v.kind == kVar) Emit(BinaryOp(step, kCV), v.offset, 0, acc.value);
+      if (acc.kind == kConst && v.kind == kConst)
+        Emit(kOpLoadConst, 0, 0, ApplyBinary(step, acc.value, v.value));
+    }
+    for (size_t i = next; i-- > first;) {
+      const Value& v = m_stack[i];
+      Emit(BinaryOp(step, v.kind == kVar ? kTV : kTC), v.offset, 0, v.value);
+    }
+    if (code == kAverage) Emit(BinaryOp(kQuotientOf, kTC), 0, 0, static_cast<double>(n));
+    m_stack.resize(first + 1);
+    m_stack.back() = {kComputed, 0, 0.0};
+    return true;
+  }
+
+  std::vector<Value> m_stack;
+  std::vector<Instr> m_code;
+};
+
+// ---- Storage behind the variable table ----
+
+constexpr std::uint64_t kProgramMark = 0x02474f52505a5501ULL;  // "\x01ZUPROG\x02"
+
+// The first slot behind the variables. The token copy follows it, then the instructions.
+struct Header {
+  std::uint64_t key;   // Key(tokens it was compiled from, variables registered then)
+  std::int32_t slots;  // slots it occupies, this one included
+  std::int32_t leaf;   // 1 when no instruction calls a function
+  std::int32_t code;   // offset of the first instruction from the header, in bytes
+};
+
+// The mark of a program made from tokens postfix tokens with vars variables.
+std::uint64_t Key(int tokens, int vars) {
+  return kProgramMark ^ (static_cast<std::uint64_t>(static_cast<std::uint32_t>(tokens)) << 32 |
+                         static_cast<std::uint32_t>(vars));
+}
+
+// Slots taken by the header and the copy of tokens tokens: the instructions start behind.
+int CodeSlot(int tokens) {
+  return 1 + static_cast<int>((static_cast<unsigned>(tokens) + 1) / 2);  // two tokens a slot
+}
+static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
+
+int Slots(long long bytes) {
+  return static_cast<int>((bytes + static_cast<long long>(sizeof(SVarOperand)) - 1) /
+                          static_cast<long long>(sizeof(SVarOperand)));
+}
+
+// Byte 0 is the operation (the interpreter dispatches on it), bytes 4-7 the first variable's
+// offset, bytes 8-15 the second variable's offset or the number.
+void StoreInstr(unsigned char* to, const Instr& in) {
+  std::memset(to, 0, kInstrBytes);
+  to[0] = static_cast<unsigned char>(in.op);
+  std::memcpy(to + 4, &in.a, 4);
+  if (in.b != 0) {  // a second variable (offsets are never 0); else the number, if any
+    std::memcpy(to + 8, &in.b, 4);
+  } else {
+    std::memcpy(to + 8, &in.value, 8);
+  }
+}
+
+std::int32_t I32At(const unsigned char* p) {
+  std::int32_t v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+
+constexpr int kInPlaceBytes = 128;  // 6 tokens
+
+// The tokens equal their copy (20 <= bytes <= kInPlaceBytes), compared in 16-byte pieces in
+// place: no call, so Evaluate saves no registers before the program runs.
+[[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, const unsigned char* copy,
+                                              size_t bytes) {
+  typedef std::uint64_t Piece __attribute__((vector_size(16)));
+  const unsigned char* live = reinterpret_cast<const unsigned char*>(tokens);
+  const auto differ = [&](size_t at) {
+    Piece a, b;
+    std::memcpy(&a, live + at, sizeof(a));
+    std::memcpy(&b, copy + at, sizeof(b));
+    return a ^ b;
+  };
+  Piece diff = differ(0) | differ(bytes - 16);
+  if (bytes > 32) diff |= differ(16) | differ(bytes - 32);
+  if (bytes > 64) diff |= differ(32) | differ(48) | differ(bytes - 64) | differ(bytes - 48);
+  return (diff[0] | diff[1]) == 0;
+}
+
+// The header of a program compiled from tokens like polish (their copy still to be
+// compared), or null; leaf tells whether the program calls no function.
+[[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
+                                                               int var_count,
+                                                               const CKAArray<SVarOperand>& table,
+                                                               bool& leaf,
+                                                               const unsigned char*& ip) {
+  const int base = table.m_nCount;
+  // One unsigned comparison also refuses a negative count.
+  if (base != var_count || static_cast<unsigned>(base) >= static_cast<unsigned>(table.m_nSize)) {
+    return nullptr;
+  }
+  const unsigned char* slot = reinterpret_cast<const unsigned char*>(table.m_pData + base);
+  std::uint64_t key;
+  std::memcpy(&key, slot + offsetof(Header, key), sizeof(key));
+  const int tokens = polish.m_nCount;
+  if (key != Key(tokens, base)) return nullptr;
+  // The storage may have shrunk since (CKAArray::AddSize with a negative count).
+  if (I32At(slot + offsetof(Header, slots)) > table.m_nSize - base) return nullptr;
+  leaf = I32At(slot + offsetof(Header, leaf)) == 1;
+  ip = slot + I32At(slot + offsetof(Header, code));
+  return slot;
+}
+
+// ---- The interpreter ----
+
+std::uint32_t U32At(const unsigned char* p) {
+  std::uint32_t v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+
+double F64At(const unsigned char* p) {
+  double v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
+
+[[gnu::noinline]] int RunPolish(const CKAArray<SToken>& polish, int var_count,
+                                const CKAArray<SVarOperand>& table, double& result) {
+  if (polish.m_nCount < 1 || !polish.m_pData) return -1;
+  const int vars = std::max(0, std::min(var_count, table.m_nCount));
+  return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, vars, result);
+}
+
+// Runs a compiled program: each instruction jumps straight to the next one's code. The top
+// value is held apart (in a register); *(sp - 1) is the value under it. The variant for
+// programs that call no function (kLeaf) keeps everything in registers that need no saving.
+template <bool kLeaf>
+[[gnu::noinline]] int RunProgram(const unsigned char* ip, const char* values, double& result) {
+  // clang-format off
+  static const void* const kTargets[] = {
+      &&L_End, &&L_LoadVar, &&L_LoadConst,
+#define ZU_BINARY_TARGETS(name) \
+      &&L_VV##name, &&L_VC##name, &&L_CV##name, &&L_TV##name, &&L_TC##name, &&L_VT##name, \
+      &&L_CT##name, &&L_ST##name,
+      ZU_BINARY_OPS(ZU_BINARY_TARGETS)
+#define ZU_UNARY_TARGETS(name) &&L_T##name, &&L_V##name,
+      ZU_UNARY_OPS(ZU_UNARY_TARGETS)
+#define ZU_FUSED_TARGETS(outer, inner) &&L_XVV##outer##inner, &&L_XVC##outer##inner,
+      ZU_FUSED_OPS(ZU_FUSED_TARGETS)
+#define ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid, &&L_Invalid,
+#define ZU_INVALID16 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4
+      ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid,
+  };
+  // clang-format on
+#undef ZU_BINARY_TARGETS
+#undef ZU_UNARY_TARGETS
+#undef ZU_FUSED_TARGETS
+#undef ZU_INVALID4
+#undef ZU_INVALID16
+  // One target for every value of an instruction's first byte, the operation.
+  static_assert(kOpInvalid < 256, "operations fit a byte");
+  static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == 256, "one target per byte value");
+  double below[kStackSize + 1];
+  double* sp = below;
+  double top = 0.0;
+  int rc = 1;
+#define ZU_VAR(field) (*reinterpret_cast<const double*>(values + U32At(ip + (field))))
+#define ZU_CONST F64At(ip + 8)
+#define ZU_NEXT          \
+  do {                   \
+    ip += kInstrBytes;   \
+    goto* kTargets[*ip]; \
+  } while (0)
+#define ZU_PUSH *sp++ = top
+  goto* kTargets[*ip];
+L_End:
+  result = top;
+  return 1;
+L_Invalid:
+  return -1;
+L_LoadVar:
+  ZU_PUSH;
+  top = ZU_VAR(4);
+  ZU_NEXT;
+L_LoadConst:
+  ZU_PUSH;
+  top = ZU_CONST;
+  ZU_NEXT;
+#define ZU_GUARD(name) \
+  if (kLeaf && CallsOut(k##name)) goto L_Invalid
+#define ZU_BINARY_CODE(name)                  \
+  L_VV##name : {                              \
+    ZU_GUARD(name);                           \
+    const double x = ZU_VAR(4);               \
+    const double y = ZU_VAR(8);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, x, y);         \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_VC##name : {                              \
+    ZU_GUARD(name);                           \
+    const double x = ZU_VAR(4);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, x, ZU_CONST);  \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_CV##name : {                              \
+    ZU_GUARD(name);                           \
+    const double y = ZU_VAR(4);               \
+    ZU_PUSH;                                  \
+    top = ApplyBinary(k##name, ZU_CONST, y);  \
+    ZU_NEXT;                                  \
+  }                                           \
+  L_TV##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, top, ZU_VAR(4)); \
+  ZU_NEXT;                                    \
+  L_TC##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, top, ZU_CONST);  \
+  ZU_NEXT;                                    \
+  L_VT##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, ZU_VAR(4), top); \
+  ZU_NEXT;                                    \
+  L_CT##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, ZU_CONST, top);  \
+  ZU_NEXT;                                    \
+  L_ST##name : ZU_GUARD(name);                \
+  top = ApplyBinary(k##name, *--sp, top);     \
+  ZU_NEXT;
+  ZU_BINARY_OPS(ZU_BINARY_CODE)
+#define ZU_UNARY_CODE(name)                                                 \
+  L_V##name : ZU_GUARD(name);                                               \
+  ZU_PUSH;                                                                  \
+  top = ZU_VAR(4);                                                          \
+  goto L_T##name;                                                           \
+  L_T##name : ZU_GUARD(name);                                               \
+  if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
+  top = ApplyUnaryHere(k##name, top);                                       \
+  ZU_NEXT;
+  ZU_UNARY_OPS(ZU_UNARY_CODE)
+#define ZU_FUSED_CODE(outer, inner)                               \
+  L_XVV##outer##inner : {                                         \
+    const double x = ApplyBinary(k##inner, ZU_VAR(4), ZU_VAR(8)); \
+    top = ApplyBinary(k##outer, top, x);                          \
+    ZU_NEXT;                                                      \
+  }                                                               \
+  L_XVC##outer##inner : {                                         \
+    const double x = ApplyBinary(k##inner, ZU_VAR(4), ZU_CONST);  \
+    top = ApplyBinary(k##outer, top, x);                          \
+    ZU_NEXT;                                                      \
+  }
+  ZU_FUSED_OPS(ZU_FUSED_CODE)
+#undef ZU_FUSED_CODE
+#undef ZU_BINARY_CODE
+#undef ZU_UNARY_CODE
+#undef ZU_GUARD
+#undef ZU_VAR
+#undef ZU_CONST
+#undef ZU_NEXT
+#undef ZU_PUSH
+}
+
+}  // namespace
+
+namespace {
+
+// Evaluate for formulas of more than kInPlaceBytes / 20 tokens: their copy is compared by the C
+// library's memcmp, which is vectorised more widely than the baseline instruction set allows here.
+[[gnu::noinline]] int EvaluateLong(const CKAArray<SToken>& polish, int var_count,
+                                   const CKAArray<SVarOperand>& table, double& result,
+                                   const unsigned char* slot, const unsigned char* ip, bool leaf) {
+  const int tokens = polish.m_nCount;
+  if (std::memcmp(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken)) != 0) {
+    return RunPolish(polish, var_count, table, result);
+  }
+  const char* values = reinterpret_cast<const char*>(table.m_pData);
+  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
+}
+
+}  // namespace
+
+// Only tail calls: no registers to save before the program runs.
+int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
+                   const CKAArray<SVarOperand>& table, double& result) {
+  result = 0.0;  // first: result may be one of the variables
+  bool leaf = false;
+  const unsigned char* ip = nullptr;
+  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
+  if (!slot) return RunPolish(polish, var_count, table, result);
+  // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
+  const int tokens = polish.m_nCount;
+  if (tokens > kInPlaceBytes / 20) {
+    return EvaluateLong(polish, var_count, table, result, slot, ip, leaf);
+  }
+  if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken))) {
+    return RunPolish(polish, var_count, table, result);
+  }
+  const char* values = reinterpret_cast<const char*>(table.m_pData);
+  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
+}
+
+namespace {
+
+// The name of an operation, for listings.
+const char* OpName(Op op, const char** form) {
+  static const char* const kNames[] = {
+#define ZU_BINARY_NAMES(name) #name, #name, #name, #name, #name, #name, #name, #name,
+#define ZU_UNARY_NAMES(name) #name, #name,
+#define ZU_FUSED_NAMES(outer, inner) #outer "(" #inner ")", #outer "(" #inner ")",
+      "End", "LoadVar", "LoadConst",
+      ZU_BINARY_OPS(ZU_BINARY_NAMES) ZU_UNARY_OPS(ZU_UNARY_NAMES) ZU_FUSED_OPS(ZU_FUSED_NAMES)
+#undef ZU_BINARY_NAMES
+#undef ZU_UNARY_NAMES
+#undef ZU_FUSED_NAMES
+  };
+  *form = "";
+  if (op >= kOpVVAdd && op < kOpFirstUnary) {
+    *form = kBinaryFormNames[(op - kOpVVAdd) % kBinaryForms];
+  } else if (op >= kOpFirstUnary && op < kOpFirstFused) {
+    *form = kUnaryFormNames[(op - kOpFirstUnary) % 2];
+  } else if (op >= kOpFirstFused && op < kOpInvalid) {
+    *form = (op - kOpFirstFused) % 2 ? "XVC" : "XVV";
+  }
+  return op < kOpInvalid ? kNames[op] : "Invalid";
+}
+
+std::string Operand(const char* form, int at, const Instr& in) {
+  const char letter = form[at];
+  if (letter != 'V' && letter != 'C') return "";
+  char text[40];
+  if (letter == 'C') {
+    std::snprintf(text, sizeof(text), " %.17g", in.value);
+  } else {
+    const bool second = std::strchr(form, 'V') != form + at;  // the form's second variable
+    const std::uint32_t offset = second ? in.b : in.a;
+    std::snprintf(text, sizeof(text), " v%u",
+                  static_cast<unsigned>(offset / sizeof(SVarOperand) + 1));
+  }
+  return text;
+}
+
+}  // namespace
+
+void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) {
+  const int base = table.m_nCount;
+  if (base < table.m_nSize) std::memset(table.m_pData[base].m_szName, 0, 8);  // an older mark
+  Compiler compiler;
+  if (!compiler.Compile(polish.m_pData, polish.m_nCount, base)) return;
+  const int count = polish.m_nCount;
+  const int instructions = static_cast<int>(compiler.Code().size());
+  const Header header = {
+      Key(count, base), CodeSlot(count) + Slots(static_cast<long long>(instructions) * kInstrBytes),
+      compiler.IsLeaf() ? 1 : 0, CodeSlot(count) * static_cast<int>(sizeof(SVarOperand))};
+  const int needed = base + header.slots;
+  if (needed > table.m_nSize && !table.AddSize(needed - table.m_nSize)) return;
+  unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
+  std::memset(slot, 0, static_cast<size_t>(header.slots) * sizeof(SVarOperand));
+  std::memcpy(slot + sizeof(SVarOperand), polish.m_pData, count * sizeof(SToken));
+  unsigned char* code = slot + CodeSlot(count) * sizeof(SVarOperand);
+  for (int i = 0; i < instructions; ++i) {
+    StoreInstr(code + i * kInstrBytes, compiler.Code()[i]);
+  }
+  std::memcpy(slot, &header, sizeof(header));  // the mark last: the program is complete
+}
+
+std::string ListProgram(const SToken* tokens, int count, int var_count) {
+  Compiler compiler;
+  if (!compiler.Compile(tokens, count, var_count)) return "";
+  std::string out;
+  for (const Instr& in : compiler.Code()) {
+    const char* form;
+    const char* name = OpName(in.op, &form);
+    out += std::string(form) + (*form ? " " : "") + name;
+    if (in.op == kOpLoadVar) out += Operand("V", 0, in);
+    if (in.op == kOpLoadConst) out += Operand("C", 0, in);
+    for (int at = 0; form[at]; ++at) out += Operand(form, at, in);
+    out += "\n";
+  }
+  return out;
+}
+
+}  // namespace zu_expression
