@@ -4,11 +4,13 @@
 # source lines:
 #  - the comment block that opens the file becomes the file's documentation;
 #  - the include guard becomes the markers that put everything in the file into the unit's
-#    group (-v group=NAME; none when empty);
+#    group (-v groups=FILE: lines "<header> <group>"; none for a header not listed);
 #  - a comment block above several declarations documents each of them (one comment often
 #    covers a family of overloads), the later ones through a copy of the text;
 #  - a comment at the end of a declaration's line documents that declaration; NOLINT notes are
 #    dropped;
+#  - copy operations and destructors without a comment of their own point at the class
+#    comment, which states every class's copy rule and what it owns;
 #  - comments inside function bodies stay plain comments.
 function indent_of(s) { match(s, /^ */); return RLENGTH }
 function trim(s) { sub(/^[ \t]+/, "", s); sub(/[ \t]+$/, "", s); return s }
@@ -31,9 +33,38 @@ function trailing(s,   i, code, text) {
   if (trim(code) ~ /[;,]$/ || trim(code) ~ /^#define /) return code "///< " text
   return s
 }
+BEGIN {
+  if (groups != "")
+    while ((getline entry < groups) > 0) {
+      split(entry, field, " ")
+      group_of[field[1]] = field[2]
+    }
+}
+# Text for a copy operation or destructor that has no comment of its own; "" for others.
+function special(t,   a, b) {
+  if (t ~ /^(virtual )?~/) return "Destroys the object; the class comment says what it owns."
+  if (t ~ /= delete;/) return "Deleted: the class is not copyable."
+  if (t ~ /operator=\(const [A-Za-z_<>]+ ?&/) return "Assignment, by the class's copy rule."
+  if (match(t, /^(explicit )?[A-Za-z_]+\(const /)) {
+    a = substr(t, 1, RLENGTH - 7)
+    sub(/^explicit /, "", a)
+    b = substr(t, RLENGTH + 1)
+    sub(/[<&].*/, "", b)
+    sub(/ .*/, "", b)
+    if (a == b) return "Copy construction, by the class's copy rule."
+  }
+  return ""
+}
 { line[NR] = $0 }
 END {
   n = NR
+  name = FILENAME
+  sub(/.*\//, "", name)
+  if (name !~ /\.h$/) {  # README.md, units.dox: as they are
+    for (i = 1; i <= n; i++) print line[i]
+    exit
+  }
+  group = (name in group_of) ? group_of[name] : ""
   # The opening comment block documents the file.
   first = 1
   while (first <= n && line[first] ~ /^\/\/( |$)/) first++
@@ -72,13 +103,17 @@ END {
     if (!in_body) {
       if (t == "" || t ~ /^(public|private|protected):/ || indent_of(s) < block_indent) {
         block = ""; block_indent = -1; decls = 0
-      } else if (!open_decl && indent_of(s) == block_indent && t !~ /^[}:{)]/ &&
-                 t !~ /^template *</) {
-        decls++
-        start_decl = i
+      } else if (!open_decl && t !~ /^[}:{)]/ && t !~ /^template *</) {
+        under_block = indent_of(s) == block_indent
+        if (under_block) decls++
+        text = !under_block || decls >= 2 ? special(t) : ""
+        if (text == "" && under_block && decls >= 2) text = trim(block)
+        # In front of the declaration, so that a multi-line one is covered too; a comment at
+        # the end of its line is more specific and wins.
+        if (text != "" && !(index(s, "//") && trim(code_of(s)) ~ /[;,]$/))
+          line[i] = substr(s, 1, indent_of(s)) "/** " text " */ " t
       }
     }
-    # Where a declaration ends, a later declaration under the same block gets the block's text.
     before = depth
     opens = count(code, "{"); closes = count(code, "}")
     if (!in_body && opens > closes && code !~ /(class|struct|union|enum|namespace)[ \t]/ &&
@@ -90,8 +125,9 @@ END {
       ends = trim(code) ~ /[;}]$/ || trim(code) ~ /^#define /
       if (ends) {
         open_decl = 0
-        if (index(s, "//")) line[i] = trailing(s)
-        else if (decls >= 2 && block != "") line[i] = s "  ///< " trim(block)
+        if (index(s, "//")) line[i] = trailing(line[i])
+      } else if (trim(code) ~ /\{$/ || t ~ /^(public|private|protected):/) {
+        open_decl = 0  # a class or struct opens: its members follow
       } else if (t != "" && t !~ /^template *</) {
         open_decl = 1
       }
