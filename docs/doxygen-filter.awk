@@ -92,7 +92,8 @@ END {
     in_body = body > 0
     if (t ~ /^\/\//) {
       if (!in_body) {
-        if (block_indent != indent_of(s) || decls > 0) { block = ""; decls = 0 }
+        if (block_indent != indent_of(s) || decls > 0) { block = ""; decls = 0; block_lines = 0 }
+        block_lines++
         block_indent = indent_of(s)
         block = block == "" ? substr(t, 3) : block substr(t, 3)
         line[i] = substr(s, 1, indent_of(s)) "/" t
@@ -102,12 +103,13 @@ END {
     code = code_of(s)
     if (!in_body) {
       if (t == "" || t ~ /^(public|private|protected):/ || indent_of(s) < block_indent) {
-        block = ""; block_indent = -1; decls = 0
+        block = ""; block_indent = -1; decls = 0; block_lines = 0
       } else if (!open_decl && t !~ /^[}:{)]/ && t !~ /^template *</) {
         under_block = indent_of(s) == block_indent
         if (under_block) decls++
         text = !under_block || decls >= 2 ? special(t) : ""
-        if (text == "" && under_block && decls >= 2) text = trim(block)
+        if (text == "" && under_block && decls >= 2)  # a one-line comment reads as a brief
+          text = (block_lines == 1 ? "\\brief " : "") trim(block)
         # In front of the declaration, so that a multi-line one is covered too; a comment at
         # the end of its line is more specific and wins.
         if (text != "" && !(index(s, "//") && trim(code_of(s)) ~ /[;,]$/))

@@ -16,8 +16,9 @@ foreach(package IN LISTS CPACK_PACKAGE_FILES)
   file(REMOVE_RECURSE ${tree})
   execute_process(COMMAND ${ZUSTD_DPKG_DEB} -R ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)
   file(READ ${tree}/DEBIAN/control control)
-  if(NOT control MATCHES "\nMulti-Arch:")
-    string(REGEX REPLACE "(\nArchitecture: [^\n]*\n)" "\\1Multi-Arch: ${value}\n" control "${control}")
+  if(NOT control MATCHES "(^|\n)Multi-Arch:")
+    string(REGEX REPLACE "(^|\n)(Architecture: [^\n]*\n)" "\\1\\2Multi-Arch: ${value}\n" control
+           "${control}")
     file(WRITE ${tree}/DEBIAN/control "${control}")
     execute_process(COMMAND ${ZUSTD_DPKG_DEB} --root-owner-group -Zxz -b ${tree} ${package}
                     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
