@@ -40,13 +40,16 @@ else()
   set(CPACK_COMPONENTS_ALL runtime dev)
 endif()
 # Each package's description: the project's summary line, then these.
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library libzustd.so.1: strings, containers, a
-formula evaluator, parameter files, log files, time, threads, mutexes, events, files, shared
-libraries and TCP/UDP sockets.")
-set(CPACK_COMPONENT_DEV_DESCRIPTION "Development files: headers, the CMake package
-zustd::zustd, zustd.pc and the link library.")
-set(CPACK_COMPONENT_DOC_DESCRIPTION "API reference: HTML pages for every public class and
-function, in /usr/share/doc/libzustd-doc/html.")
+string(CONCAT CPACK_COMPONENT_RUNTIME_DESCRIPTION
+    "The shared library libzustd.so.1: strings, containers, a formula evaluator,\n"
+    "parameter files, log files, time, threads, mutexes, events, files, shared\n"
+    "libraries and TCP/UDP sockets.")
+string(CONCAT CPACK_COMPONENT_DEV_DESCRIPTION
+    "Development files: the headers, the CMake package zustd::zustd, zustd.pc and\n"
+    "the link library.")
+string(CONCAT CPACK_COMPONENT_DOC_DESCRIPTION
+    "API reference: HTML pages for every public class and function, in\n"
+    "/usr/share/doc/libzustd-doc/html.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzustd1)
