@@ -18,7 +18,7 @@ lib=build/$target/libzustd.so.1.0.0
 baseline=abi/libzustd.so.1.abi
 [ "$target" = armhf ] || baseline=abi/libzustd.so.1-$target.abi
 for tool in abidw abidiff; do
-  command -v "$tool" >/dev/null ||
+  [ -x "$(command -v "$tool")" ] ||
     { echo "ABI check not run: $tool is missing (apt-get install -y abigail-tools)" >&2; exit 3; }
 done
 [ -f "$lib" ] || { echo "build the $target preset first ($lib missing)" >&2; exit 1; }
@@ -31,7 +31,7 @@ status=0
 abidiff "$baseline" "$lib" || status=$?
 if [ $status -eq 0 ]; then
   echo "ABI check ($target): no change against $baseline"
-elif [ $((status & 1)) -ne 0 ]; then  # abidiff's error bit: it could not compare at all
+elif [ $status -ge 126 ] || [ $((status & 1)) -ne 0 ]; then  # not run, or its error bit
   echo "ABI check ($target): abidiff could not compare (status $status)" >&2
   exit 1
 else

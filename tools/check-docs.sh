@@ -9,7 +9,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 fail() { echo "docs check: $*" >&2; exit 1; }
 for tool in doxygen chromium dpkg-deb; do
-  command -v "$tool" >/dev/null ||
+  [ -x "$(command -v "$tool")" ] ||
     { echo "docs check not run: $tool is missing (see the README's docs section)" >&2; exit 3; }
 done
 

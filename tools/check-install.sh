@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 target=${1:?usage: check-install.sh host|armhf|arm64}
-command -v pkg-config >/dev/null ||
+[ -x "$(command -v pkg-config)" ] ||
   { echo "install check not run: pkg-config is missing (apt-get install -y pkg-config)" >&2; exit 3; }
 build=build/$target
 stage=$PWD/build/stage-$target

@@ -11,7 +11,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 fail() { echo "package check: $*" >&2; exit 1; }
 field() { dpkg-deb -f "$1" "$2"; }
 for tool in dpkg-deb dpkg-shlibdeps file; do
-  command -v "$tool" >/dev/null ||
+  [ -x "$(command -v "$tool")" ] ||
     { echo "package check not run: $tool is missing (apt-get install -y dpkg-dev file)" >&2; exit 3; }
 done
 

@@ -20,7 +20,7 @@ for arg in "$@"; do
 done
 [ "$(id -u)" -eq 0 ] || { echo "fresh root: needs root (chroot and mounts)" >&2; exit 1; }
 for tool in mmdebstrap git unshare; do
-  command -v "$tool" >/dev/null ||
+  [ -x "$(command -v "$tool")" ] ||
     { echo "fresh root not run: $tool is missing (apt-get install -y mmdebstrap git)" >&2; exit 3; }
 done
 

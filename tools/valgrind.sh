@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-command -v valgrind >/dev/null ||
+[ -x "$(command -v valgrind)" ] ||
   { echo "valgrind check not run: valgrind is missing (apt-get install -y valgrind)" >&2; exit 3; }
 
 build=build/host
