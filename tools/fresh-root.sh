@@ -45,7 +45,8 @@ cd /root/zustd
 export DEBIAN_FRONTEND=noninteractive
 $prerequisites
 t=\$(date +%s); cmake --workflow --preset demo; echo \"fresh root: demo in \$((\$(date +%s) - t)) s\"
-t=\$(date +%s); cmake --workflow --preset host; echo \"fresh root: host in \$((\$(date +%s) - t)) s\""
+t=\$(date +%s); cmake --workflow --preset host; echo \"fresh root: host in \$((\$(date +%s) - t)) s\"
+awk '/ Skipped\$/ { getline why; print \"fresh root: a test skipped: \" why }' build/host/Testing/Temporary/LastTest.log"
 [ -z "$ci" ] || script+="
 t=\$(date +%s); CI=true bash .ci/run; echo \"fresh root: .ci/run in \$((\$(date +%s) - t)) s\""
 
