@@ -51,10 +51,11 @@ string(CONCAT CPACK_COMPONENT_DOC_DESCRIPTION
     "API reference: HTML pages for every public class and function, in\n"
     "/usr/share/doc/libzustd-doc/html.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+# Every package with programs or libraries ships them stripped, with a -dbgsym package.
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzustd1)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libzustd-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libzustd1 (= ${PROJECT_VERSION})")

@@ -1,15 +1,20 @@
 # Run by cpack after it has written the Debian packages (CPACK_PACKAGE_FILES): adds the
-# Multi-Arch field CPack cannot write. The library, its debug symbols and the -dev package
-# are "same" (their files for several architectures install side by side: architecture-
-# specific files live in the multiarch libdir, the headers are identical); the
-# architecture-independent documentation is "foreign".
+# Multi-Arch field CPack cannot write. The library packages (libzustd1, its -dbgsym, the -dev
+# package) are "same": their files for several architectures install side by side, since
+# everything architecture-specific lives in the multiarch libdir and the headers are identical.
+# Any other package (documentation, programs) is "foreign": it serves every architecture.
+# Debug symbols of programs get no field, as in Debian.
 find_program(ZUSTD_DPKG_DEB dpkg-deb REQUIRED)
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   if(NOT package MATCHES "\\.d?deb$")
     continue()
   endif()
-  set(value same)
-  if(package MATCHES "_all\\.deb$")
+  get_filename_component(name ${package} NAME)
+  if(name MATCHES "^lib")
+    set(value same)
+  elseif(name MATCHES "-dbgsym_")
+    continue()
+  else()
     set(value foreign)
   endif()
   set(tree ${package}.tree)
