@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian packages for amd64, armhf and arm64 and checks them as Debian would:
+# Builds the Debian packages for amd64, armhf and arm64 (and zustd-tools where the
+# command-line tool is in the tree) and checks them as Debian would:
 # architecture, Multi-Arch, multiarch libdir, Depends, shlibs, ldconfig trigger, a stripped
 # library whose debug information is in libzustd1-dbgsym under its build id, and -dev
 # packages that can be installed side by side (their shared files are identical). Also checks
@@ -62,7 +63,30 @@ check() {
   grep -q <<<"$dbg_files" "usr/lib/debug/.build-id/${id:0:2}/${id:2}.debug" ||
     fail "$dbg: no debug file for build id $id"
   rm -rf "$tmp"
-  echo "packages ($arch): $(basename "$lib") $(basename "$dev") $(basename "$dbg") OK"
+  local tools=""
+  [ ! -f tools/zustd/CMakeLists.txt ] || tools=$(check_tools "$arch" "$dir")
+  echo "packages ($arch): $(basename "$lib") $(basename "$dev") $(basename "$dbg") $tools OK"
+}
+
+# zustd-tools: the command-line program (stripped, debug symbols in zustd-tools-dbgsym), its
+# manual page and bash completion; Multi-Arch: foreign.
+check_tools() {  # <arch> <dir>: prints the package names
+  local arch=$1 dir=$2 tmp; tmp=$(mktemp -d)
+  local tools=$dir/zustd-tools_1.0.0_${arch}.deb dbg=$dir/zustd-tools-dbgsym_1.0.0_${arch}.ddeb
+  [ -f "$tools" ] || fail "$tools missing"
+  [ -f "$dbg" ] || fail "$dbg missing"
+  local files; files=$(dpkg-deb -c "$tools")
+  [ "$(field "$tools" Architecture)" = "$arch" ] || fail "$tools: wrong architecture"
+  [ "$(field "$tools" Multi-Arch)" = foreign ] || fail "$tools: not Multi-Arch: foreign"
+  field "$tools" Depends | grep -q '^libzustd1 (= 1.0.0), libc6' || fail "$tools: wrong Depends"
+  grep -q <<<"$files" "usr/bin/zustd$" || fail "$tools: program"
+  grep -q <<<"$files" "usr/share/man/man1/zustd.1.gz" || fail "$tools: manual page"
+  grep -q <<<"$files" "usr/share/bash-completion/completions/zustd$" ||
+    fail "$tools: bash completion"
+  dpkg-deb -x "$tools" "$tmp"
+  file -b "$tmp/usr/bin/zustd" | grep -q ', stripped' || fail "$tools: the program is not stripped"
+  rm -rf "$tmp"
+  echo "$(basename "$tools") $(basename "$dbg")"
 }
 
 # Files outside the multiarch directories must be byte-identical in every architecture's -dev
