@@ -65,7 +65,7 @@ check() {
   rm -rf "$tmp"
   local tools=""
   [ ! -f tools/zustd/CMakeLists.txt ] || tools=$(check_tools "$arch" "$dir")
-  echo "packages ($arch): $(basename "$lib") $(basename "$dev") $(basename "$dbg") $tools OK"
+  echo "packages ($arch): $(basename "$lib") $(basename "$dev") $(basename "$dbg")${tools:+ $tools} OK"
 }
 
 # zustd-tools: the command-line program (stripped, debug symbols in zustd-tools-dbgsym), its
