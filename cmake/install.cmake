@@ -22,9 +22,11 @@ configure_file(cmake/zustd.pc.in ${PROJECT_BINARY_DIR}/zustd.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zustd.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-# Debian packages: libzustd1 (the shared library) and libzustd-dev (headers, CMake package,
-# pkg-config file, the unversioned link). `cpack -G DEB` in a build configured with
-# CMAKE_INSTALL_PREFIX=/usr (the `package-host` and `package-armhf` presets).
+# Debian packages, split and built as Debian builds them: libzustd1 (the shared library,
+# stripped), libzustd1-dbgsym (its debug information, found by build id), libzustd-dev
+# (headers, CMake package, pkg-config file, the unversioned link) and, from the docs preset,
+# libzustd-doc (the API reference). `cpack -G DEB` in a build configured with
+# CMAKE_INSTALL_PREFIX=/usr (the package-* presets and docs).
 set(CPACK_PACKAGE_NAME libzustd)
 set(CPACK_PACKAGE_VENDOR "zustd developers")
 set(CPACK_PACKAGE_CONTACT "zustd developers <maintainers@zustd.invalid>")
@@ -32,11 +34,28 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime dev)
-if(TARGET zustd-cli)
-  list(APPEND CPACK_COMPONENTS_ALL tools)  # zustd-tools: the command-line tool
+if(ZUSTD_BUILD_DOCS)
+  set(CPACK_COMPONENTS_ALL doc)
+else()
+  set(CPACK_COMPONENTS_ALL runtime dev)
+  if(TARGET zustd-cli)
+    list(APPEND CPACK_COMPONENTS_ALL tools)  # zustd-tools: the command-line tool
+  endif()
 endif()
+# Each package's description: the project's summary line, then these.
+string(CONCAT CPACK_COMPONENT_RUNTIME_DESCRIPTION
+    "The shared library libzustd.so.1: strings, containers, a formula evaluator,\n"
+    "parameter files, log files, time, threads, mutexes, events, files, shared\n"
+    "libraries and TCP/UDP sockets.")
+string(CONCAT CPACK_COMPONENT_DEV_DESCRIPTION
+    "Development files: the headers, the CMake package zustd::zustd, zustd.pc and\n"
+    "the link library.")
+string(CONCAT CPACK_COMPONENT_DOC_DESCRIPTION
+    "API reference: HTML pages for every public class and function, in\n"
+    "/usr/share/doc/libzustd-doc/html.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+# Every package with programs or libraries ships them stripped, with a -dbgsym package.
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzustd1)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -53,12 +72,26 @@ through libzustd, for shell scripts, installers and device maintenance.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
     "libzustd1 (= ${PROJECT_VERSION}), libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
+set(CPACK_DEBIAN_DOC_PACKAGE_NAME libzustd-doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/deb/triggers)
-if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
+# The target's binutils split and strip the library (the host's may not know the target).
+set(CPACK_OBJCOPY_EXECUTABLE ${CMAKE_OBJCOPY})
+set(CPACK_READELF_EXECUTABLE ${CMAKE_READELF})
+# Refuses to package without the tools that fill in Depends, and adds Multi-Arch fields.
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/deb/cpack-config.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/deb/multiarch.cmake)
+set(zustd_deb_arch_arm armhf)
+set(zustd_deb_arch_aarch64 arm64)
+if(CMAKE_CROSSCOMPILING)
+  if(NOT DEFINED zustd_deb_arch_${CMAKE_SYSTEM_PROCESSOR})
+    message(FATAL_ERROR "No Debian architecture known for ${CMAKE_SYSTEM_PROCESSOR}")
+  endif()
   # dpkg-shlibdeps cannot see the cross libstdc++: state the dependencies by hand.
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${zustd_deb_arch_${CMAKE_SYSTEM_PROCESSOR}})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS OFF)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 else()

@@ -24,9 +24,10 @@ class CKADict {
   // One entry: the key, copied into a buffer the entry owns (null for the empty key), then
   // the value. Copying an entry copies the key into a fresh buffer and copies the value.
   struct SNode {
-    char* m_pKey;
-    T m_Value;
+    char* m_pKey;  // owned key text, null for the empty key
+    T m_Value;     // the value
 
+    // An entry with the empty key and a default value, or with copies of key and value.
     SNode() : m_pKey(nullptr), m_Value() {}
     SNode(const char* key, const T& value) : m_pKey(nullptr), m_Value(value) {
       m_pKey = CopyKey(key);
@@ -58,13 +59,14 @@ class CKADict {
     }
   };
 
+  // The list node that holds an entry.
   typedef typename CKAList<SNode>::SListNode SListNode;
 
   // One bucket: the number of its entries, then the list node of its first entry (meaningless
   // while the count is 0).
   struct SHashBucket {
-    int m_nCount;
-    SListNode* m_pFirst;
+    int m_nCount;         // entries in the bucket
+    SListNode* m_pFirst;  // node of its first entry
   };
 
   unsigned int m_nHashSize;   // number of buckets

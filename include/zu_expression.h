@@ -27,16 +27,16 @@ class ZUSTD_API CKAExpression {
   // its operand count (for a variable in m_arPolish: the variable's number; for SUM, AVE, MAX,
   // MIN and ABS: the number of arguments given) and its precedence class 0..8.
   struct SToken {
-    char m_szName[8];
-    int m_nType;
-    int m_nParam;
-    int m_nPriority;
+    char m_szName[8];  // text, NUL-terminated
+    int m_nType;       // token code
+    int m_nParam;      // operand count or variable number
+    int m_nPriority;   // precedence class
   };
 
   // One variable: its name in upper case and its current value (0.0 when registered).
   struct SVarOperand {
-    char m_szName[32];
-    double m_dValue;
+    char m_szName[32];  // upper-case name, NUL-terminated
+    double m_dValue;    // current value
   };
 
   // An empty object: no text, no variables; Evaluate returns -1. The first object constructed

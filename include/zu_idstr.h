@@ -17,9 +17,10 @@
 // Copyable: a copy has its own entries, index and staging record.
 class ZUSTD_API CKAIDStr {
  public:
+  // One record: the id and its text.
   struct SIDSTRING {
-    int nID;
-    CKAString strText;
+    int nID;            // id
+    CKAString strText;  // text
   };
 
   // An empty table with nSize slots reserved and nSize index buckets (a bucket count of 0
@@ -58,10 +59,11 @@ class ZUSTD_API CKAIDStr {
 // Copyable: a copy has its own entries, index and staging record.
 class ZUSTD_API CKAID2Str {
  public:
+  // One record: the key id, the second id and the text.
   struct SID2STRING {
-    int nID;
-    int nID1;
-    CKAString strText;
+    int nID;            // key id
+    int nID1;           // second id
+    CKAString strText;  // text
   };
 
   // An empty table with nSize slots reserved and nSize index buckets (a bucket count of 0

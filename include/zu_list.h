@@ -17,9 +17,9 @@ class CKAList {
  public:
   // One list node: the previous node, the next node, then the element by value.
   struct SListNode {
-    SListNode* m_pPrev;
-    SListNode* m_pNext;
-    T m_Data;
+    SListNode* m_pPrev;  // previous node, null at the head
+    SListNode* m_pNext;  // next node, null at the tail
+    T m_Data;            // the element
 
     // Builds the element in place from args; the node is not yet linked.
     template <class... Args>

@@ -21,20 +21,22 @@ class CKAMap {
  public:
   // One entry: the key, then the value, both by value.
   struct SNode {
-    K m_Key;
-    V m_Value;
+    K m_Key;    // the key
+    V m_Value;  // the value
 
+    // An entry with default key and value, or with copies of key and value.
     SNode() : m_Key(), m_Value() {}
     SNode(K key, const V& value) : m_Key(key), m_Value(value) {}
   };
 
+  // The list node that holds an entry.
   typedef typename CKAList<SNode>::SListNode SListNode;
 
   // One bucket: the number of its entries, then the list node of its first entry (meaningless
   // while the count is 0).
   struct SHashBucket {
-    int m_nCount;
-    SListNode* m_pFirst;
+    int m_nCount;         // entries in the bucket
+    SListNode* m_pFirst;  // node of its first entry
   };
 
   unsigned int m_nHashSize;   // number of buckets

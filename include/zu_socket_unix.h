@@ -20,7 +20,7 @@
 // One socket descriptor, -1 when none. Passed by value from CKATcpServer::Listen to
 // CKATcpClient::SetSocket. Copyable.
 struct SKASocketPrivate {
-  int m_nSocket;
+  int m_nSocket;  // the descriptor
 };
 
 // Modes of CKAUdpServer::Open and CKAUdpClient::Open.

@@ -69,6 +69,7 @@ class ZUSTD_API CKATime {
   int MinsTo(const CKATime& t) const;
   int SecsTo(const CKATime& t) const;
 
+  // Compare the two instants (whole seconds).
   bool operator==(const CKATime& t) const;
   bool operator!=(const CKATime& t) const;
   bool operator<(const CKATime& t) const;

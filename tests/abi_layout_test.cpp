@@ -310,6 +310,9 @@ TEST(Layout, FilesAndLogs) {
 TEST(Layout, TimeLocksEventsLibraries) {
 #if defined(__arm__)
   EXPECT_EQ(sizeof(time_t), 4u);  // the armhf layouts hold a 32-bit time_t
+#elif defined(__aarch64__) || defined(__x86_64__)
+  EXPECT_EQ(sizeof(time_t), 8u);  // 64-bit targets: time_t and long are 8 bytes
+  EXPECT_EQ(sizeof(long), 8u);
 #endif
   EXPECT_LAYOUT(CKATime, MTime, TIME);
   EXPECT_LAYOUT(STimeInfo, MTimeInfo, TIME_INFO, {});

@@ -110,7 +110,7 @@ TEST(CKAArray, CopiesAreDeepAndIndependent) {
   EXPECT_EQ(copy.m_nGrowBy, 70);
   CKAArray<int> assigned;
   assigned = a;
-  assigned = assigned;
+  assigned = *&assigned;  // self-assignment, written so compilers do not flag it
   EXPECT_EQ(After(true, assigned), "1: 1,2/2");
   EXPECT_NE(assigned.m_pData, a.m_pData);
   assigned = CKAArray<int>();

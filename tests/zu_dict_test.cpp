@@ -112,7 +112,7 @@ TEST(CKADict, CopiesKeepOrderAndOwnTheirKeys) {
   EXPECT_EQ(Get(dict, {"c"}), "miss ");
   CKADict<int>::SNode a("KEY", 1), b;
   b = a;
-  a = a;
+  a = *&a;  // self-assignment, written so compilers do not flag it
   EXPECT_STREQ(b.m_pKey, "KEY");
   EXPECT_STREQ(a.m_pKey, "KEY");
   EXPECT_NE(b.m_pKey, a.m_pKey);

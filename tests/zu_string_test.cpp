@@ -114,7 +114,7 @@ TEST(CKAStringAssign, AssignsKeepingAllocationAndSelfAssignmentEmpties) {
                       {[](S& s) { s = 'q'; }, "q|1|12"},
                       {[](S& s) { s = '\0'; }, "|1|12"},
                       {[](S& s) { s = S("other"); }, "other|5|12"},
-                      {[](S& s) { s = s; }, "|0|12"},  // deliberate: self-assignment empties
+                      {[](S& s) { s = *&s; }, "|0|12"},  // deliberate: self-assignment empties
                       {[](S& s) { s = "abcdef"; }, "abcdef|6|12"},
                       {[](S& s) { s = s.GetBuf() + 2; }, "cdef|4|12"},
                       {[](S& s) { s = s.GetBuf(); }, "|0|12"}});  // read after emptying

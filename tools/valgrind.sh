@@ -7,6 +7,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+[ -x "$(command -v valgrind)" ] ||
+  { echo "valgrind check not run: valgrind is missing (apt-get install -y valgrind)" >&2; exit 3; }
+
 build=build/host
 cmake --preset host >/dev/null
 cmake --build "$build" -j2 >/dev/null
