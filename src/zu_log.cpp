@@ -136,10 +136,22 @@ int EntryNumberAt(const char* p, size_t len) {
 
 struct FileState {
   off_t size = 0;
-  int header = 0;         // the header's number; 0 for a short or non-numeric header
-  int lastEntry = -1;     // the number of the last line that begins as an entry; -1: none
-  bool openLine = false;  // the last line lacks its line feed (a torn entry)
+  int header = 0;            // the header's number; 0 for a short or non-numeric header
+  int lastEntry = -1;        // the number of the last line that begins as an entry; -1: none
+  bool openLine = false;     // the last line lacks its line feed (a torn entry)
+  off_t tornStart = -1;      // where that torn line begins, when it was read
+  bool tornIsEntry = false;  // it begins as an entry does (its number and stamp are whole)
 };
+
+// Notes where the torn last line of buf (the bytes from offset start) begins, and whether it
+// begins as an entry.
+void NoteTornLine(const std::string& buf, off_t start, FileState* state) {
+  const void* nl = memrchr(buf.data(), '\n', buf.size());
+  if (nl == nullptr && start != kHeaderSize) return;  // the line began before the window
+  const size_t lineStart = nl ? static_cast<const char*>(nl) - buf.data() + 1 : 0;
+  state->tornStart = start + static_cast<off_t>(lineStart);
+  state->tornIsEntry = EntryNumberAt(buf.data() + lineStart, buf.size() - lineStart) >= 0;
+}
 
 // The number of the last line, within buf (the file's bytes from offset start), that begins
 // as an entry does; -1 when there is none. The entry area begins at kHeaderSize.
@@ -168,6 +180,7 @@ bool ReadEntries(int fd, FileState* state) {
     const off_t start = state->size - window;
     if (!ReadAllAt(fd, &buf[0], buf.size(), start)) return false;
     state->openLine = buf.back() != '\n';
+    if (state->openLine) NoteTornLine(buf, start, state);
     state->lastEntry = LastEntryIn(buf, start);
     if (state->lastEntry >= 0 || window == area || window == kMaxEntrySearch) return true;
   }
@@ -200,14 +213,25 @@ void WriteHeader(int fd, int number) {
   WriteAllAt(fd, &piece, 1, 0);
 }
 
+// A torn last line that does not even begin as an entry (the kill cut its number or stamp)
+// holds nothing to keep: it is cut off, so that every line stays an entry line.
+void CutTornFragment(int fd, FileState* state) {
+  if (!state->openLine || state->tornStart < kHeaderSize || state->tornIsEntry) return;
+  if (ftruncate(fd, state->tornStart) != 0) return;  // completed with a line feed instead
+  state->size = state->tornStart;
+  state->openLine = false;
+}
+
 // Appends the entry for text to the locked file and then counts it in the header, so that a
-// kill loses at most this entry. A torn last line gets its line feed first. A write that
+// kill loses at most this entry. A torn last line that begins as an entry gets its line feed
+// first (it is kept, cut short); a shorter fragment is cut off. A write that
 // fails (a full disk) is cut off again and the header stays. Returns the entry's number, or
 // 0 when it was not written. From kRotateAt on, *firstLine receives the same entry numbered
 // 001, for the file that rotation begins.
 int AppendEntry(int fd, const char* text, std::string* firstLine) {
   FileState state;
   if (!ReadState(fd, &state)) return 0;
+  CutTornFragment(fd, &state);
   const int number = NextNumber(state);
   const std::string stamp = StampNow();
   const std::string digits = EntryNumber(number);

@@ -396,18 +396,23 @@ TEST_F(LogTest, NextEntryRepairsWhatAKillLeftBehind) {
            t + "a\n002" + t + "b",
        "0003\n\0"s
        "001 <T> a\n002 <T> b\n003 <T> x\n"},
-      // torn before its stamp was complete: completed, not counted
+      // torn before its stamp was complete: the fragment is cut off, not counted
       {"0001\n\0"s
        "001" +
            t + "a\n002 <20",
        "0002\n\0"s
-       "001 <T> a\n002 <20\n002 <T> x\n"},
+       "001 <T> a\n002 <T> x\n"},
       // a new file killed before its first header
       {"\0\0\0\0\0\0"s
        "001" +
            t + "a\n",
        "0002\n\0"s
        "001 <T> a\n002 <T> x\n"},
+      // a new file killed within the number of its first entry
+      {"\0\0\0\0\0\0"s
+       "00",
+       "0001\n\0"s
+       "001 <T> x\n"},
       // a header that is right stays right, whatever the text looks like
       {"0002\n\0"s
        "001" +
@@ -674,7 +679,13 @@ TEST_F(LogTest, KilledWritersLoseAtMostTheEntryInProgress) {
       index = 0;
       continue;
     }
-    ASSERT_EQ(entries[i].text, "r" + std::to_string(round) + " " + std::to_string(index++));
+    const std::string expected = "r" + std::to_string(round) + " " + std::to_string(index++);
+    // A kill can cut a write short at a page boundary: the entry in progress (the one just
+    // before the parent's) may then be kept cut short, completed with its line feed.
+    const bool inProgress =
+        i + 1 < entries.size() && entries[i + 1].text == "after " + std::to_string(round);
+    if (inProgress && expected.compare(0, entries[i].text.size(), entries[i].text) == 0) continue;
+    ASSERT_EQ(entries[i].text, expected);
   }
   EXPECT_EQ(round, kRounds);
 }
