@@ -29,9 +29,9 @@
 // at any instant loses at most the entry it was writing. The next Add (of any process) repairs
 // what a kill left: a last line without its line feed gets one when its number and stamp are
 // whole (the entry is kept, its text cut short) and is cut off when they are not, and an entry
-// the header does not count yet is counted, so numbers go on without a gap. A write that fails (a full disk)
-// is cut off again and the header keeps its number. Nothing is synced to the disk per entry:
-// a power cut may lose the entries of the last seconds that the kernel had not yet written,
+// the header does not count yet is counted, so numbers go on without a gap. A write that fails (a
+// full disk) is cut off again and the header keeps its number. Nothing is synced to the disk per
+// entry: a power cut may lose the entries of the last seconds that the kernel had not yet written,
 // and may leave the header one behind, which the next Add repairs.
 // Processes: each entry is written under a POSIX record lock (fcntl F_SETLK) on the whole
 // file, so processes, and CKALog objects of one process, sharing a log name number their
