@@ -182,9 +182,9 @@ TEST_F(FileInternalTest, FullDiskLeavesTheOldFileAndNoTemporary) {
 bool MakeReadOnly(const std::string& dir) {
   if (geteuid() != 0) return chmod(dir.c_str(), 0555) == 0;
   return unshare(CLONE_NEWNS) == 0 &&
-         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount(dir.c_str(), dir.c_str(), nullptr, MS_BIND, nullptr) == 0 &&
-         mount(nullptr, dir.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+         mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount(dir.c_str(), dir.c_str(), "none", MS_BIND, nullptr) == 0 &&
+         mount("none", dir.c_str(), "none", MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
 TEST_F(FileInternalTest, ReadOnlyDirectoryFailsAndKeepsTheFile) {
