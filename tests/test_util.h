@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -122,15 +123,36 @@ class UmaskScope {
   mode_t m_old;
 };
 
-// Runs body (returning the exit code) in a forked child; its exit status, or 128 + the
-// signal that ended it.
+// Starts body (returning the exit code) in a forked child; buffered output is flushed first
+// so that the child does not write it again.
 template <typename Body>
-int InChild(Body body) {
+pid_t StartChild(Body body) {
+  fflush(nullptr);
   const pid_t pid = fork();
   if (pid == 0) _exit(body());
+  return pid;
+}
+
+// The child's exit status, or 128 + the signal that ended it.
+inline int WaitChild(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Runs body in a forked child and waits for it: WaitChild's result.
+template <typename Body>
+int InChild(Body body) {
+  return WaitChild(StartChild(body));
+}
+
+// Everything that can be read from fd until end of file; fd is closed afterwards.
+inline std::string ReadToEnd(int fd) {
+  std::string text;
+  char buf[256];
+  for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) text.append(buf, static_cast<size_t>(n));
+  close(fd);
+  return text;
 }
 
 // Sets the process time zone (a POSIX TZ text such as "EST5EDT,M3.2.0,M11.1.0").

@@ -3,9 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -118,8 +116,6 @@ TEST_F(FileInternalTest, RefusesLinksOfOtherUsers) {
   std::string resolved;
   EXPECT_FALSE(zi::ResolveTrustedLinks(Path("planted"), &resolved));
   EXPECT_EQ(errno, EACCES);
-  EXPECT_FALSE(zi::ReplaceFileContents(Path("planted"), "owned\n"));
-  EXPECT_EQ(ReadFile(Path("victim")), "secret\n");
   ASSERT_EQ(symlink(Path("made").c_str(), Path("dangling").c_str()), 0);
   ASSERT_EQ(lchown(Path("dangling").c_str(), 65534, 65534), 0);
   EXPECT_EQ(zi::OpenNoWorldWrite(Path("dangling").c_str(), O_WRONLY | O_CREAT), -1);
@@ -131,28 +127,6 @@ TEST_F(FileInternalTest, RefusesLinksOfOtherUsers) {
   EXPECT_EQ(ReadFile(Path("victim")), "secret\n");
 }
 
-TEST_F(FileInternalTest, ReplacesContentsKeepingModeLinksAndNoLeftovers) {
-  UmaskScope mask(0);
-  const std::string file = Path("para.ini");
-  ASSERT_TRUE(WriteFile(file, "old text\n"));
-  chmod(file.c_str(), 0640);
-  ASSERT_EQ(link(file.c_str(), Path("hard").c_str()), 0);
-  ASSERT_EQ(symlink("para.ini", Path("soft").c_str()), 0);
-
-  ASSERT_TRUE(zi::ReplaceFileContents(Path("soft"), std::string("new\0text\n", 9)));
-  EXPECT_EQ(ReadFile(file), std::string("new\0text\n", 9));
-  EXPECT_EQ(ModeOf(file), 0640u);
-  struct stat st;
-  ASSERT_EQ(lstat(Path("soft").c_str(), &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
-  EXPECT_EQ(ReadFile(Path("hard")), "old text\n") << "other hard links keep the old text";
-
-  ASSERT_TRUE(zi::ReplaceFileContents(Path("fresh"), ""));
-  EXPECT_EQ(ReadFile(Path("fresh")), "");
-  EXPECT_EQ(ModeOf(Path("fresh")), 0664u);
-  EXPECT_EQ(Names(m_tmp.path()), (std::vector<std::string>{"fresh", "hard", "para.ini", "soft"}));
-}
-
 TEST_F(FileInternalTest, RefusesWhatIsNoRegularFile) {
   ASSERT_EQ(mkdir(Path("dir").c_str(), 0755), 0);
   EXPECT_FALSE(zi::ReplaceFileContents(Path("dir"), "x"));
@@ -160,21 +134,6 @@ TEST_F(FileInternalTest, RefusesWhatIsNoRegularFile) {
   EXPECT_FALSE(zi::ReplaceFileContents(Path("no/such/dir/file"), "x"));
   EXPECT_FALSE(zi::ReplaceFileContents("", "x"));
   EXPECT_EQ(Names(m_tmp.path()), std::vector<std::string>{"dir"});
-}
-
-TEST_F(FileInternalTest, FullDiskLeavesTheOldFileAndNoTemporary) {
-  const std::string file = Path("big");
-  const std::string old(3000, 'o');
-  ASSERT_TRUE(WriteFile(file, old));
-  const int status = InChild([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limit = {4096, 4096};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return zi::ReplaceFileContents(file, std::string(10000, 'n')) ? 1 : 0;
-  });
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(ReadFile(file), old);
-  EXPECT_EQ(Names(m_tmp.path()), std::vector<std::string>{"big"});
 }
 
 // Makes dir read-only for this process, root included: a read-only bind mount in a mount

@@ -147,35 +147,10 @@ int HeaderNumber(const std::string& bytes) {
   return atoi(bytes.substr(0, 6).c_str());
 }
 
-std::vector<std::string> Names(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(dir)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-mode_t ModeOf(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
-}
-
-// Starts body in a forked child, which exits with body's result.
-template <typename Body>
-pid_t StartChild(Body body) {
-  fflush(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  return pid;
-}
-
-// The child's exit status, or 128 + the signal that ended it.
-int WaitChild(pid_t pid) {
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+using zutest::ModeOf;
+using zutest::Names;
+using zutest::StartChild;
+using zutest::WaitChild;
 
 // Sets one failure-injection flag for its lifetime.
 class Inject {

@@ -580,13 +580,8 @@ std::string InChild(std::initializer_list<int> closed, std::string (*body)()) {
     _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
   }
   close(answer[1]);
-  std::string text;
-  char buf[256];
-  for (ssize_t n; (n = read(answer[0], buf, sizeof buf)) > 0;) text.append(buf, n);
-  close(answer[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return text + " (child died)";
+  const std::string text = zutest::ReadToEnd(answer[0]);
+  if (zutest::WaitChild(pid) != 0) return text + " (child died)";
   return text;
 }
 
@@ -665,13 +660,8 @@ std::string InheritedByExec(const std::vector<int>& fds) {
     _exit(127);
   }
   close(out[1]);
-  std::string text;
-  char buf[256];
-  for (ssize_t n; (n = read(out[0], buf, sizeof buf)) > 0;) text.append(buf, n);
-  close(out[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? text : "exec failed";
+  const std::string text = zutest::ReadToEnd(out[0]);
+  return zutest::WaitChild(pid) == 0 ? text : "exec failed";
 }
 
 TEST(SocketDescriptors, AreCloseOnExecAndNotInheritedByExecedPrograms) {
