@@ -65,7 +65,22 @@ class ZUSTD_API CKAExpression {
   // index out of range, leaving strName as a single blank " ".
   int GetVarName(int nIndex, CKAString& strName);
   // Stores dValue as the value of variable nIndex and returns 1; -1 for an index out of range.
+  // Defined here, because applications call it for every variable before every Evaluate and
+  // a call into the library would cost more than the store. The library still exports it for
+  // binaries built against earlier headers; only its own definition sees the declaration.
+#ifdef ZUSTD_EXPRESSION_EXPORT_SETTER
   int SetVarValue(int nIndex, double dValue);
+#else
+  int SetVarValue(int nIndex, double dValue) {
+    const unsigned slot = static_cast<unsigned>(nIndex) - 1u;  // an index below 1 wraps
+    if (slot >= static_cast<unsigned>(m_nVarCount) ||
+        slot >= static_cast<unsigned>(m_arVarOperand.m_nCount)) {
+      return -1;
+    }
+    m_arVarOperand.m_pData[slot].m_dValue = dValue;
+    return 1;
+  }
+#endif
   // Copies the value of variable nIndex into dValue and returns 1; -1 and 0.0 for an index
   // out of range.
   int GetVarValue(int nIndex, double& dValue);

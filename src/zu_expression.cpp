@@ -1,6 +1,8 @@
 // CKAExpression: the object, its keyword dictionary, the lexer, the translation to postfix
 // form through the precedence matrix and the variable table. Evaluation is in
 // zu_expression_tokens.cpp (token by token) and zu_expression_program.cpp (compiled).
+// This source defines the exported copy of the setter the header defines inline.
+#define ZUSTD_EXPRESSION_EXPORT_SETTER
 #include "zu_expression.h"
 
 #include <stdlib.h>

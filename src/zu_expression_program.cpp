@@ -19,15 +19,17 @@
 //   to the token evaluator, RunTokens.
 // - Where it lives. The object's layout is fixed, so the program lives in spare slots of the
 //   variable table m_arVarOperand, behind its m_nCount variables: a header slot, a copy of the
-//   postfix tokens it was made from, then 16-byte instructions. Nothing outside the object
-//   owns memory, copying or destroying the object needs no care, and the program is found in
-//   constant time from the table.
+//   first 16 bytes of every postfix token it was made from (text, code and count: all that
+//   evaluation reads), then 16-byte instructions. Nothing outside the object owns memory,
+//   copying or destroying the object needs no care, and the program is found in constant time
+//   from the table.
 // - How it is validated. Evaluate runs the program only when the header's key (a mark, the
 //   token count and the variable count it was made for) matches the object, the table's
-//   storage still holds the whole program, and the postfix tokens equal the stored copy byte
-//   for byte: in place in 16-byte pieces for up to 6 tokens, by memcmp beyond. Finding and
-//   checking the program ends in tail calls only, and programs that call no function run in
-//   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
+//   storage still holds the whole program, and the tokens' first 16 bytes equal the copy, one
+//   16-byte comparison per token in place. Finding and checking the program ends in tail calls
+//   only, and programs that call no function run in an interpreter that needs no saved
+//   registers, so the fixed cost per Evaluate stays small. Setting a variable costs no call at
+//   all: the header defines SetVarValue inline.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
 //   language defines for them; the program is not touched, so undoing the edit makes it
@@ -445,13 +447,15 @@ class Compiler {
 
 constexpr std::uint64_t kProgramMark = 0x02474f52505a5501ULL;  // "\x01ZUPROG\x02"
 
-// The first slot behind the variables. The token copy follows it, then the instructions.
+// The first slot behind the variables. The first 16 bytes of every token follow it (its text,
+// code and count: all that evaluation reads), then the instructions.
 struct Header {
   std::uint64_t key;   // Key(tokens it was compiled from, variables registered then)
   std::int32_t slots;  // slots it occupies, this one included
   std::int32_t leaf;   // 1 when no instruction calls a function
   std::int32_t code;   // offset of the first instruction from the header, in bytes
 };
+static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
 
 // The mark of a program made from tokens postfix tokens with vars variables.
 std::uint64_t Key(int tokens, int vars) {
@@ -459,16 +463,13 @@ std::uint64_t Key(int tokens, int vars) {
                          static_cast<std::uint32_t>(vars));
 }
 
-// Slots taken by the header and the copy of tokens tokens: the instructions start behind.
-int CodeSlot(int tokens) {
-  return 1 + static_cast<int>((static_cast<unsigned>(tokens) + 1) / 2);  // two tokens a slot
-}
-static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
-
 int Slots(long long bytes) {
   return static_cast<int>((bytes + static_cast<long long>(sizeof(SVarOperand)) - 1) /
                           static_cast<long long>(sizeof(SVarOperand)));
 }
+
+constexpr int kHeadBytes = 16;  // the part of a token evaluation reads
+static_assert(offsetof(SToken, m_nParam) + sizeof(int) == kHeadBytes, "text, code, count");
 
 // Byte 0 is the operation (the interpreter dispatches on it), bytes 4-7 the first variable's
 // offset, bytes 8-15 the second variable's offset or the number.
@@ -489,27 +490,30 @@ std::int32_t I32At(const unsigned char* p) {
   return v;
 }
 
-constexpr int kInPlaceBytes = 128;  // 6 tokens
+std::uint64_t U64At(const unsigned char* p) {
+  std::uint64_t v;
+  std::memcpy(&v, p, sizeof(v));
+  return v;
+}
 
-// The tokens equal their copy (20 <= bytes <= kInPlaceBytes), compared in 16-byte pieces in
-// place: no call, so Evaluate saves no registers before the program runs.
-[[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, const unsigned char* copy,
-                                              size_t bytes) {
+// True when the first 16 bytes of every token equal their copy behind the header. The
+// precedence class, which evaluation does not read, may differ.
+[[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, int count,
+                                              const unsigned char* slot) {
   typedef std::uint64_t Piece __attribute__((vector_size(16)));
   const unsigned char* live = reinterpret_cast<const unsigned char*>(tokens);
-  const auto differ = [&](size_t at) {
+  const unsigned char* copy = slot + sizeof(SVarOperand);
+  Piece diff = {0, 0};
+  for (int i = 0; i < count; ++i) {
     Piece a, b;
-    std::memcpy(&a, live + at, sizeof(a));
-    std::memcpy(&b, copy + at, sizeof(b));
-    return a ^ b;
-  };
-  Piece diff = differ(0) | differ(bytes - 16);
-  if (bytes > 32) diff |= differ(16) | differ(bytes - 32);
-  if (bytes > 64) diff |= differ(32) | differ(48) | differ(bytes - 64) | differ(bytes - 48);
+    std::memcpy(&a, live + i * sizeof(SToken), sizeof(a));
+    std::memcpy(&b, copy + i * kHeadBytes, sizeof(b));
+    diff |= a ^ b;
+  }
   return (diff[0] | diff[1]) == 0;
 }
 
-// The header of a program compiled from tokens like polish (their copy still to be
+// The header of a program compiled from tokens like polish (their bytes still to be
 // compared), or null; leaf tells whether the program calls no function.
 [[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
                                                                int var_count,
@@ -522,10 +526,8 @@ constexpr int kInPlaceBytes = 128;  // 6 tokens
     return nullptr;
   }
   const unsigned char* slot = reinterpret_cast<const unsigned char*>(table.m_pData + base);
-  std::uint64_t key;
-  std::memcpy(&key, slot + offsetof(Header, key), sizeof(key));
   const int tokens = polish.m_nCount;
-  if (key != Key(tokens, base)) return nullptr;
+  if (U64At(slot + offsetof(Header, key)) != Key(tokens, base)) return nullptr;
   // The storage may have shrunk since (CKAArray::AddSize with a negative count).
   if (I32At(slot + offsetof(Header, slots)) > table.m_nSize - base) return nullptr;
   leaf = I32At(slot + offsetof(Header, leaf)) == 1;
@@ -684,23 +686,6 @@ L_LoadConst:
 
 }  // namespace
 
-namespace {
-
-// Evaluate for formulas of more than kInPlaceBytes / 20 tokens: their copy is compared by the C
-// library's memcmp, which is vectorised more widely than the baseline instruction set allows here.
-[[gnu::noinline]] int EvaluateLong(const CKAArray<SToken>& polish, int var_count,
-                                   const CKAArray<SVarOperand>& table, double& result,
-                                   const unsigned char* slot, const unsigned char* ip, bool leaf) {
-  const int tokens = polish.m_nCount;
-  if (std::memcmp(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken)) != 0) {
-    return RunPolish(polish, var_count, table, result);
-  }
-  const char* values = reinterpret_cast<const char*>(table.m_pData);
-  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
-}
-
-}  // namespace
-
 // Only tail calls: no registers to save before the program runs.
 int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
                    const CKAArray<SVarOperand>& table, double& result) {
@@ -708,13 +693,8 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
   bool leaf = false;
   const unsigned char* ip = nullptr;
   const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
-  if (!slot) return RunPolish(polish, var_count, table, result);
-  // The whole copy is compared: an edited token of any kind sends evaluation to the tokens.
-  const int tokens = polish.m_nCount;
-  if (tokens > kInPlaceBytes / 20) {
-    return EvaluateLong(polish, var_count, table, result, slot, ip, leaf);
-  }
-  if (!SameTokens(polish.m_pData, slot + sizeof(SVarOperand), tokens * sizeof(SToken))) {
+  // An edited token sends evaluation to the tokens.
+  if (!slot || !SameTokens(polish.m_pData, polish.m_nCount, slot)) {
     return RunPolish(polish, var_count, table, result);
   }
   const char* values = reinterpret_cast<const char*>(table.m_pData);
@@ -769,18 +749,24 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
   Compiler compiler;
   if (!compiler.Compile(polish.m_pData, polish.m_nCount, base)) return;
   const int count = polish.m_nCount;
+  const long long code =
+      static_cast<long long>(sizeof(SVarOperand)) *
+      (1 + Slots(static_cast<long long>(count) * kHeadBytes));  // kMaxCompiledTokens bounds it
   const int instructions = static_cast<int>(compiler.Code().size());
-  const Header header = {
-      Key(count, base), CodeSlot(count) + Slots(static_cast<long long>(instructions) * kInstrBytes),
-      compiler.IsLeaf() ? 1 : 0, CodeSlot(count) * static_cast<int>(sizeof(SVarOperand))};
+  const Header header = {Key(count, base),
+                         Slots(code + static_cast<long long>(instructions) * kInstrBytes),
+                         compiler.IsLeaf() ? 1 : 0, static_cast<std::int32_t>(code)};
   const int needed = base + header.slots;
   if (needed > table.m_nSize && !table.AddSize(needed - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
   std::memset(slot, 0, static_cast<size_t>(header.slots) * sizeof(SVarOperand));
-  std::memcpy(slot + sizeof(SVarOperand), polish.m_pData, count * sizeof(SToken));
-  unsigned char* code = slot + CodeSlot(count) * sizeof(SVarOperand);
+  const unsigned char* tokens = reinterpret_cast<const unsigned char*>(polish.m_pData);
+  for (int i = 0; i < count; ++i) {
+    std::memcpy(slot + sizeof(SVarOperand) + i * kHeadBytes, tokens + i * sizeof(SToken),
+                kHeadBytes);
+  }
   for (int i = 0; i < instructions; ++i) {
-    StoreInstr(code + i * kInstrBytes, compiler.Code()[i]);
+    StoreInstr(slot + code + i * kInstrBytes, compiler.Code()[i]);
   }
   std::memcpy(slot, &header, sizeof(header));  // the mark last: the program is complete
 }

@@ -240,17 +240,39 @@ TEST(ExpressionProgram, RunsOnlyWhileTheTokensMatchItsCopy) {
   std::memcpy(constant, &planted, 8);
   ASSERT_EQ(f.Evaluate(v), 1);
   EXPECT_EQ(v, 12.0);
-  // Any byte of any token changed: the tokens are evaluated.
+  // A changed text, code or count: the tokens are evaluated.
   f.polish.m_pData[1].m_szName[0] = '3';
   ASSERT_EQ(f.Evaluate(v), 1);
   EXPECT_EQ(v, 14.0);  // 4 * 3.5
   f.polish.m_pData[1].m_szName[0] = '2';
-  f.polish.m_pData[2].m_nPriority = 99;
+  f.polish.m_pData[2].m_nType = 2;  // "+"
+  ASSERT_EQ(f.Evaluate(v), 1);
+  EXPECT_EQ(v, 6.5);
+  f.polish.m_pData[2].m_nType = 4;
+  f.polish.m_pData[0].m_nParam = 9;
+  EXPECT_EQ(f.Evaluate(v), -1);
+  f.polish.m_pData[0].m_nParam = 1;
+  // The text of a variable changed: the tokens are evaluated, alike.
+  f.polish.m_pData[0].m_szName[0] = '?';
   ASSERT_EQ(f.Evaluate(v), 1);
   EXPECT_EQ(v, 10.0);
-  f.polish.m_pData[2].m_nPriority = 0;
+  f.polish.m_pData[0].m_szName[0] = 'v';
+  // The precedence class, which evaluation does not read, may change.
+  f.polish.m_pData[2].m_nPriority = 99;
   ASSERT_EQ(f.Evaluate(v), 1);
   EXPECT_EQ(v, 12.0);  // the planted program again
+  // In a longer formula, the text of its last number and the code of its last token count.
+  Formula g("v1 1 + 2 * 3 + 4 * 5 + 6 * 7 -", {1.0});
+  StoreProgram(g.polish, g.table);
+  ASSERT_EQ(g.Evaluate(v), 1);
+  EXPECT_EQ(v, ((((1.0 + 1) * 2 + 3) * 4 + 5) * 6) - 7);
+  g.polish.m_pData[13].m_szName[0] = '9';
+  ASSERT_EQ(g.Evaluate(v), 1);
+  EXPECT_EQ(v, ((((1.0 + 1) * 2 + 3) * 4 + 5) * 6) - 9);
+  g.polish.m_pData[13].m_szName[0] = '7';
+  g.polish.m_pData[14].m_nType = 2;
+  ASSERT_EQ(g.Evaluate(v), 1);
+  EXPECT_EQ(v, ((((1.0 + 1) * 2 + 3) * 4 + 5) * 6) + 7);
   // A variable count that differs from the table's, or a table that lost a variable.
   EXPECT_EQ(EvaluatePolish(f.polish, 0, f.table, v), -1);
   f.table.m_nCount = 0;
