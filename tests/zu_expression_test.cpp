@@ -1,5 +1,7 @@
 #include "zu_expression.h"
 
+#include <dlfcn.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -419,6 +421,25 @@ TEST(CKAExpressionVariables, NumberedInOrderOfFirstOccurrenceAndFoundByNameOrNum
   EXPECT_EQ(Eval(e), 15.0);
   e.SetVarValue(1, 1);
   EXPECT_EQ(Eval(e), 5.0);
+}
+
+// Binaries built against earlier headers call the library's exported setter; it must behave
+// as the inline one does.
+TEST(CKAExpressionVariables, ExportedSetterBehavesAsTheInlineOne) {
+  using Setter = int (*)(CKAExpression*, int, double);
+  const auto exported =
+      reinterpret_cast<Setter>(dlsym(RTLD_DEFAULT, "_ZN13CKAExpression11SetVarValueEid"));
+  ASSERT_NE(exported, nullptr);
+  CKAExpression e;
+  ASSERT_EQ(e.Analysis("X-Y"), 1);
+  for (int index : {-1, 0, 3, INT_MIN}) EXPECT_EQ(exported(&e, index, 9.0), -1);
+  EXPECT_EQ(exported(&e, 1, 5.0), 1);
+  EXPECT_EQ(exported(&e, 2, 1.5), 1);
+  EXPECT_EQ(Eval(e), 3.5);
+  e.m_nVarCount = 1;  // both bounds hold: the count and the table
+  EXPECT_EQ(exported(&e, 2, 1.0), -1);
+  EXPECT_EQ(e.SetVarValue(2, 1.0), -1);
+  e.m_nVarCount = 2;
 }
 
 TEST(CKAExpressionVariables, LongNamesAreCutAndReanalysisForgetsOldVariables) {
