@@ -93,16 +93,41 @@ bool IsExact(double p, double error) {
   return std::fabs(error) <= kExactUnits * unit;
 }
 
-// The rounding error of a * b (a * b - fl(a * b)).
+// The rounding error of a * b (a * b - fl(a * b)): one fused multiply-add where the target
+// has it, else by halves.
 double ProductError(double a, double b, double product) {
+#ifdef __FP_FAST_FMA
+  return std::fma(a, b, -product);
+#else
   const double ah = High(a), al = a - ah, bh = High(b), bl = b - bh;
   return (((ah * bh - product) + ah * bl) + al * bh) + al * bl;
+#endif
 }
+
+#if defined(__SIZEOF_INT128__) && !defined(__FP_FAST_FMA)
+__extension__ typedef unsigned __int128 Wide;
+
+// IsExact(p, x * x - p) for p = x * x and x in range, from the exact square of x's
+// significand: fewer and shorter steps than the product by halves.
+[[gnu::always_inline]] inline bool SquareIsExact(double x, double p) {
+  const std::uint64_t significand = (Bits(x) & 0x000fffffffffffffULL) | (1ULL << 52);
+  const Wide square = static_cast<Wide>(significand) * significand;           // 105 or 106 bits
+  const std::uint64_t unit = (square >> 105) != 0 ? 1ULL << 53 : 1ULL << 52;  // p's last place
+  const std::uint64_t rest = static_cast<std::uint64_t>(square) & (unit - 1);
+  const std::uint64_t near = unit / 25 * 12;  // kExactUnits of a unit: 0.48
+  const bool whole_units_apart = (Bits(p) & 0x000fffffffffffffULL) != 0;
+  return whole_units_apart && (rest <= near || unit - rest <= near);
+}
+#else
+[[gnu::always_inline]] inline bool SquareIsExact(double x, double p) {
+  return IsExact(p, ProductError(x, x, p));
+}
+#endif
 
 [[gnu::always_inline]] inline double ExactSquare(double x) {
   if (!InRange(x)) return SystemPow(x, 2.0);
   const double p = x * x;
-  if (IsExact(p, ProductError(x, x, p))) return p;
+  if (SquareIsExact(x, p)) return p;
   return SystemPow(x, 2.0);
 }
 
@@ -121,8 +146,12 @@ double ProductError(double a, double b, double product) {
 [[gnu::always_inline]] inline double ExactRoot(double x) {
   if (!(x > 0.0) || !InRange(x)) return SystemPow(x, 0.5);
   const double s = std::sqrt(x);
+#ifdef __FP_FAST_FMA
+  const double residual = std::fma(-s, s, x);  // exact for a correctly rounded root
+#else
   const double h = High(s), l = s - h;
   const double residual = ((x - h * h) - 2.0 * h * l) - l * l;  // x - s * s
+#endif
   if (IsExact(s, residual / (2.0 * s))) return s;
   return SystemPow(x, 0.5);
 }
@@ -504,6 +533,7 @@ std::uint64_t U64At(const unsigned char* p) {
   const unsigned char* live = reinterpret_cast<const unsigned char*>(tokens);
   const unsigned char* copy = slot + sizeof(SVarOperand);
   Piece diff = {0, 0};
+#pragma GCC unroll 4
   for (int i = 0; i < count; ++i) {
     Piece a, b;
     std::memcpy(&a, live + i * sizeof(SToken), sizeof(a));

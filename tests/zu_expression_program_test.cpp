@@ -131,6 +131,10 @@ TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
                                       -INFINITY,
                                       NAN,
                                       1.4142135623730951,
+                                      0x1.6a09e667f3bccp0,  // squares beside a power of two
+                                      0x1.fffffffffffffp0,
+                                      0x1.0000000000001p0,
+                                      0x1.0000000800000p0,  // a square just past a whole unit
                                       1e-20,
                                       123456789.0}) {
     check(x);
