@@ -84,13 +84,13 @@ double ConvertNumber(const char (&name)[8]);
 
 // ---- The meaning of each operation ----
 
-inline double Truth(bool b) {
+[[gnu::always_inline]] inline double Truth(bool b) {
   return b ? 1.0 : 0.0;
 }
 
 // Conversion to a signed 32-bit integer rounding toward zero; values outside the range
 // saturate and NaN gives 0, as the ARM conversion instruction does.
-inline std::int32_t Trunc(double x) {
+[[gnu::always_inline]] inline std::int32_t Trunc(double x) {
   if (!(x == x)) return 0;
   if (x >= 2147483647.0) return INT32_MAX;
   if (x <= -2147483648.0) return INT32_MIN;
@@ -98,12 +98,12 @@ inline std::int32_t Trunc(double x) {
 }
 
 // Trunc(x) != 0, which holds exactly when |x| >= 1 (NaN gives false on both sides).
-inline bool IsTrue(double x) {
+[[gnu::always_inline]] inline bool IsTrue(double x) {
   return std::fabs(x) >= 1.0;
 }
 
 // "MOD": the integer quotient, deliberately not the remainder; a zero divisor gives trunc(a).
-inline double Quotient(double a, double b) {
+[[gnu::always_inline]] inline double Quotient(double a, double b) {
   const std::int32_t q = Trunc(b);
   const std::int32_t n = Trunc(a);
   if (q == 0) return n;
@@ -112,7 +112,7 @@ inline double Quotient(double a, double b) {
 }
 
 // "%": the integer remainder with the dividend's sign; a zero divisor gives 0.
-inline double Remainder(double a, double b) {
+[[gnu::always_inline]] inline double Remainder(double a, double b) {
   const std::int32_t q = Trunc(b);
   if (q == 0 || q == -1) return 0.0;
   return Trunc(a) % q;
@@ -120,13 +120,13 @@ inline double Remainder(double a, double b) {
 
 // "/": a near-zero divisor gives 0 for a near-zero dividend and otherwise the deliberate
 // substitute for infinity 9999999, positive whatever the signs.
-inline double Divide(double a, double b) {
+[[gnu::always_inline]] inline double Divide(double a, double b) {
   if (std::fabs(b) >= 1e-18) return a / b;
   if (std::fabs(a) < 1e-18) return 0.0;
   return 9999999.0;
 }
 
-inline double CosPhi(double a, double b) {
+[[gnu::always_inline]] inline double CosPhi(double a, double b) {
   if (std::fabs(b) < 1e-18 && std::fabs(a) < 1e-18) return 0.0;
   return b / std::sqrt(b * b + a * a);
 }

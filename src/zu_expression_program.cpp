@@ -201,6 +201,19 @@ namespace {
 #define ZU_FUSED_OPS(X)                                                                  \
   ZU_FUSED_WITH(X, Add) ZU_FUSED_WITH(X, Subtract) ZU_FUSED_WITH(X, Multiply)            \
   ZU_FUSED_WITH(X, QuotientOf) ZU_FUSED_WITH(X, Divide)
+// Chains of two operations on the top, X(first, second): "top = (top first x) second y" in the
+// forms TVV, TVC and TCV, where each alone would be a TV or TC instruction (SUM(A,B,C) and
+// A*7+B are one instruction fewer).
+#define ZU_CHAINED_WITH(X, first)                                                        \
+  X(first, Add) X(first, Subtract) X(first, Multiply) X(first, QuotientOf) X(first, Divide)
+#define ZU_CHAINED_OPS(X)                                                                \
+  ZU_CHAINED_WITH(X, Add) ZU_CHAINED_WITH(X, Subtract) ZU_CHAINED_WITH(X, Multiply)      \
+  ZU_CHAINED_WITH(X, QuotientOf) ZU_CHAINED_WITH(X, Divide)
+// Powers of a variable fused with the operation that takes them from the top, X(outer,
+// inner): "top = top outer inner(v)" in the form XV (A^2+B^2 is two instructions, not three).
+#define ZU_POWER_WITH(X, outer) X(outer, Square) X(outer, Cube) X(outer, Root)
+#define ZU_POWER_OPS(X)                                                                  \
+  ZU_POWER_WITH(X, Add) ZU_POWER_WITH(X, Subtract) ZU_POWER_WITH(X, Multiply)
 // clang-format on
 
 enum BinaryForm : int { kVV, kVC, kCV, kTV, kTC, kVT, kCT, kST, kBinaryForms };
@@ -221,14 +234,25 @@ enum Op : std::uint32_t {
   ZU_UNARY_OPS(ZU_UNARY_ENUM)
 #define ZU_FUSED_ENUM(outer, inner) kOpXVV##outer##inner, kOpXVC##outer##inner,
   ZU_FUSED_OPS(ZU_FUSED_ENUM)
+#define ZU_CHAINED_ENUM(first, second) \
+  kOpTVV##first##second, kOpTVC##first##second, kOpTCV##first##second,
+  ZU_CHAINED_OPS(ZU_CHAINED_ENUM)
+#define ZU_POWER_ENUM(outer, inner) kOpXV##outer##inner,
+  ZU_POWER_OPS(ZU_POWER_ENUM)
   kOpInvalid,  // also stands for every code beyond it
 };
 // clang-format on
 #undef ZU_BINARY_ENUM
 #undef ZU_UNARY_ENUM
 #undef ZU_FUSED_ENUM
+#undef ZU_CHAINED_ENUM
+#undef ZU_POWER_ENUM
 constexpr int kOpFirstUnary = kOpTNegate;
 constexpr int kOpFirstFused = kOpXVVAddAdd;
+constexpr int kOpFirstChained = kOpTVVAddAdd;
+constexpr int kOpFirstPower = kOpXVAddSquare;
+enum ChainedForm : int { kTVV, kTVC, kTCV, kChainedForms };
+constexpr const char* kChainedFormNames[] = {"TVV", "TVC", "TCV"};
 
 Op BinaryOp(int code, BinaryForm form) {
   switch (code) {
@@ -263,6 +287,25 @@ Op FusedOp(int outer, int inner, int form) {
   return kOpInvalid;
 }
 
+// The chained instruction for first and then second on the top, or kOpInvalid.
+Op ChainedOp(int first, int second, ChainedForm form) {
+#define ZU_CHAINED_CASE(f, s) \
+  if (first == k##f && second == k##s) return static_cast<Op>(kOpTVV##f##s + form);
+  ZU_CHAINED_OPS(ZU_CHAINED_CASE)
+#undef ZU_CHAINED_CASE
+  return kOpInvalid;
+}
+
+// The instruction for outer applied to the top and the power inner of a variable, or
+// kOpInvalid.
+Op PowerOp(int outer, int inner) {
+#define ZU_POWER_CASE(o, i) \
+  if (outer == k##o && inner == k##i) return kOpXV##o##i;
+  ZU_POWER_OPS(ZU_POWER_CASE)
+#undef ZU_POWER_CASE
+  return kOpInvalid;
+}
+
 // Operations that call a function of the system's math library.
 constexpr bool CallsOut(int code) {
   return code == kPower || code == kSquare || code == kCube || code == kRoot ||
@@ -276,12 +319,18 @@ int OpCode(Op op) {
   k##name, k##name, k##name, k##name, k##name, k##name, k##name, k##name,
 #define ZU_UNARY_CODES(name) k##name, k##name,
 #define ZU_FUSED_CODES(outer, inner) k##outer, k##outer,
+#define ZU_CHAINED_CODES(first, second) k##second, k##second, k##second,
+#define ZU_POWER_CODES(outer, inner) k##inner,  // the power decides whether it calls out
       kEnd, kVariable, kNumber,
       ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES) ZU_FUSED_OPS(ZU_FUSED_CODES)
+      ZU_CHAINED_OPS(ZU_CHAINED_CODES) ZU_POWER_OPS(ZU_POWER_CODES)
 #undef ZU_BINARY_CODES
 #undef ZU_UNARY_CODES
 #undef ZU_FUSED_CODES
+#undef ZU_CHAINED_CODES
+#undef ZU_POWER_CODES
   };
+  static_assert(sizeof(kCodes) / sizeof(kCodes[0]) == kOpInvalid, "one code per operation");
   return op < kOpInvalid ? kCodes[op] : kEnd;
 }
 
@@ -294,6 +343,7 @@ struct Instr {
   double value;
 };
 constexpr int kInstrBytes = 16;
+constexpr unsigned kOpSpace = 512;  // a power of two above every operation
 constexpr int kMaxCompiledTokens = 4096;
 
 std::uint32_t ValueOffset(int index) {
@@ -373,7 +423,33 @@ class Compiler {
   }
 
   void Emit(Op op, std::uint32_t a, std::uint32_t b, double value) {
-    m_code.push_back({op, a, b, value});
+    if (!Chain(op, a, value)) m_code.push_back({op, a, b, value});
+  }
+
+  // The form (kTV or kTC) and operation of a binary instruction on the top and one operand, or
+  // false.
+  static bool OnTop(Op op, int& form, int& code) {
+    if (op < kOpVVAdd || op >= kOpFirstUnary) return false;
+    form = (op - kOpVVAdd) % kBinaryForms;
+    code = OpCode(op);
+    return form == kTV || form == kTC;
+  }
+
+  // When op (a TV or TC instruction) follows another one, makes the last instruction do both.
+  // Two numbers do not fit one instruction. True when chained.
+  bool Chain(Op op, std::uint32_t a, double value) {
+    int form, code, last_form, last_code;
+    if (m_code.empty() || !OnTop(op, form, code)) return false;
+    Instr& last = m_code.back();
+    if (!OnTop(last.op, last_form, last_code) || (form == kTC && last_form == kTC)) return false;
+    const ChainedForm chained = last_form == kTC ? kTCV : form == kTC ? kTVC : kTVV;
+    const Op fused = ChainedOp(last_code, code, chained);
+    if (fused == kOpInvalid) return false;
+    last.op = fused;
+    if (chained == kTVV) last.b = a;
+    if (chained == kTVC) last.value = value;
+    if (chained == kTCV) last.a = a;  // the number stays in value
+    return true;
   }
 
   void Load(const Value& v) {
@@ -430,6 +506,11 @@ class Compiler {
   bool Fuse(int code) {
     if (m_code.empty()) return false;
     Instr& last = m_code.back();
+    if (last.op >= kOpFirstUnary && last.op < kOpFirstFused && (last.op - kOpFirstUnary) % 2 == kV) {
+      const Op power = PowerOp(code, OpCode(last.op));
+      if (power != kOpInvalid) last.op = power;
+      return power != kOpInvalid;
+    }
     if (last.op < kOpVVAdd || last.op >= kOpFirstUnary) return false;
     const Op fused = FusedOp(code, OpCode(last.op), (last.op - kOpVVAdd) % kBinaryForms);
     if (fused == kOpInvalid) return false;
@@ -500,11 +581,12 @@ int Slots(long long bytes) {
 constexpr int kHeadBytes = 16;  // the part of a token evaluation reads
 static_assert(offsetof(SToken, m_nParam) + sizeof(int) == kHeadBytes, "text, code, count");
 
-// Byte 0 is the operation (the interpreter dispatches on it), bytes 4-7 the first variable's
-// offset, bytes 8-15 the second variable's offset or the number.
+// Bytes 0-1 are the operation (the interpreter dispatches on it), bytes 4-7 the first
+// variable's offset, bytes 8-15 the second variable's offset or the number.
 void StoreInstr(unsigned char* to, const Instr& in) {
   std::memset(to, 0, kInstrBytes);
-  to[0] = static_cast<unsigned char>(in.op);
+  const std::uint16_t op = static_cast<std::uint16_t>(in.op);
+  std::memcpy(to, &op, sizeof(op));
   std::memcpy(to + 4, &in.a, 4);
   if (in.b != 0) {  // a second variable (offsets are never 0); else the number, if any
     std::memcpy(to + 8, &in.b, 4);
@@ -573,6 +655,13 @@ std::uint32_t U32At(const unsigned char* p) {
   return v;
 }
 
+// The operation of the instruction at p: 9 bits, so that any bytes give a valid target.
+unsigned OpAt(const unsigned char* p) {
+  std::uint16_t v;
+  std::memcpy(&v, p, sizeof(v));
+  return v & (kOpSpace - 1);
+}
+
 double F64At(const unsigned char* p) {
   double v;
   std::memcpy(&v, p, sizeof(v));
@@ -602,32 +691,42 @@ template <bool kLeaf>
       ZU_UNARY_OPS(ZU_UNARY_TARGETS)
 #define ZU_FUSED_TARGETS(outer, inner) &&L_XVV##outer##inner, &&L_XVC##outer##inner,
       ZU_FUSED_OPS(ZU_FUSED_TARGETS)
+#define ZU_CHAINED_TARGETS(first, second) \
+      &&L_TVV##first##second, &&L_TVC##first##second, &&L_TCV##first##second,
+      ZU_CHAINED_OPS(ZU_CHAINED_TARGETS)
+#define ZU_POWER_TARGETS(outer, inner) &&L_XV##outer##inner,
+      ZU_POWER_OPS(ZU_POWER_TARGETS)
 #define ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid, &&L_Invalid,
 #define ZU_INVALID16 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 ZU_INVALID4
-      ZU_INVALID4 ZU_INVALID4 ZU_INVALID4 &&L_Invalid, &&L_Invalid, &&L_Invalid,
+#define ZU_INVALID64 ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 ZU_INVALID16
+      ZU_INVALID64 ZU_INVALID64 ZU_INVALID16 ZU_INVALID16 ZU_INVALID16 ZU_INVALID4 ZU_INVALID4
+      &&L_Invalid, &&L_Invalid, &&L_Invalid,
   };
   // clang-format on
 #undef ZU_BINARY_TARGETS
 #undef ZU_UNARY_TARGETS
 #undef ZU_FUSED_TARGETS
+#undef ZU_CHAINED_TARGETS
+#undef ZU_POWER_TARGETS
 #undef ZU_INVALID4
 #undef ZU_INVALID16
-  // One target for every value of an instruction's first byte, the operation.
-  static_assert(kOpInvalid < 256, "operations fit a byte");
-  static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == 256, "one target per byte value");
+#undef ZU_INVALID64
+  // One target for every value of the operation's 9 bits.
+  static_assert(kOpInvalid < kOpSpace, "operations fit 9 bits");
+  static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpSpace, "one target per value");
   double below[kStackSize + 1];
   double* sp = below;
   double top = 0.0;
   int rc = 1;
 #define ZU_VAR(field) (*reinterpret_cast<const double*>(values + U32At(ip + (field))))
 #define ZU_CONST F64At(ip + 8)
-#define ZU_NEXT          \
-  do {                   \
-    ip += kInstrBytes;   \
-    goto* kTargets[*ip]; \
+#define ZU_NEXT                   \
+  do {                            \
+    ip += kInstrBytes;            \
+    goto* kTargets[OpAt(ip)];     \
   } while (0)
 #define ZU_PUSH *sp++ = top
-  goto* kTargets[*ip];
+  goto* kTargets[OpAt(ip)];
 L_End:
   result = top;
   return 1;
@@ -704,6 +803,24 @@ L_LoadConst:
     ZU_NEXT;                                                      \
   }
   ZU_FUSED_OPS(ZU_FUSED_CODE)
+#define ZU_CHAINED_CODE(first, second)                                              \
+  L_TVV##first##second : top =                                                      \
+      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_VAR(8));     \
+  ZU_NEXT;                                                                          \
+  L_TVC##first##second : top =                                                      \
+      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_CONST);      \
+  ZU_NEXT;                                                                          \
+  L_TCV##first##second : top =                                                      \
+      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_CONST), ZU_VAR(4));      \
+  ZU_NEXT;
+  ZU_CHAINED_OPS(ZU_CHAINED_CODE)
+#define ZU_POWER_CODE(outer, inner)                                    \
+  L_XV##outer##inner : ZU_GUARD(inner);                                \
+  top = ApplyBinary(k##outer, top, ApplyUnaryHere(k##inner, ZU_VAR(4))); \
+  ZU_NEXT;
+  ZU_POWER_OPS(ZU_POWER_CODE)
+#undef ZU_POWER_CODE
+#undef ZU_CHAINED_CODE
 #undef ZU_FUSED_CODE
 #undef ZU_BINARY_CODE
 #undef ZU_UNARY_CODE
@@ -739,19 +856,29 @@ const char* OpName(Op op, const char** form) {
 #define ZU_BINARY_NAMES(name) #name, #name, #name, #name, #name, #name, #name, #name,
 #define ZU_UNARY_NAMES(name) #name, #name,
 #define ZU_FUSED_NAMES(outer, inner) #outer "(" #inner ")", #outer "(" #inner ")",
+#define ZU_CHAINED_NAMES(first, second) \
+  #first "," #second, #first "," #second, #first "," #second,
+#define ZU_POWER_NAMES(outer, inner) #outer "(" #inner ")",
       "End", "LoadVar", "LoadConst",
       ZU_BINARY_OPS(ZU_BINARY_NAMES) ZU_UNARY_OPS(ZU_UNARY_NAMES) ZU_FUSED_OPS(ZU_FUSED_NAMES)
+      ZU_CHAINED_OPS(ZU_CHAINED_NAMES) ZU_POWER_OPS(ZU_POWER_NAMES)
 #undef ZU_BINARY_NAMES
 #undef ZU_UNARY_NAMES
 #undef ZU_FUSED_NAMES
+#undef ZU_CHAINED_NAMES
+#undef ZU_POWER_NAMES
   };
   *form = "";
   if (op >= kOpVVAdd && op < kOpFirstUnary) {
     *form = kBinaryFormNames[(op - kOpVVAdd) % kBinaryForms];
   } else if (op >= kOpFirstUnary && op < kOpFirstFused) {
     *form = kUnaryFormNames[(op - kOpFirstUnary) % 2];
-  } else if (op >= kOpFirstFused && op < kOpInvalid) {
+  } else if (op >= kOpFirstFused && op < kOpFirstChained) {
     *form = (op - kOpFirstFused) % 2 ? "XVC" : "XVV";
+  } else if (op >= kOpFirstChained && op < kOpFirstPower) {
+    *form = kChainedFormNames[(op - kOpFirstChained) % kChainedForms];
+  } else if (op >= kOpFirstPower && op < kOpInvalid) {
+    *form = "XV";
   }
   return op < kOpInvalid ? kNames[op] : "Invalid";
 }

@@ -69,10 +69,16 @@ TEST(ExpressionCompiler, ListsFusedFoldedAndSpecialisedInstructions) {
       {"v1 SIN v2 v3 - *", "V Sin v1\nXVV Multiply(Subtract) v2 v3\nEnd\n"},
       {"v1 v2 - 2 v3 * +", "VV Subtract v1 v2\nCV Multiply 2 v3\nST Add\nEnd\n"},  // CV is not
       {"v1 2 3 4 * + * 7 / v2 +",                                               // A*(2+3*4)/7+B
-       "VC Multiply v1 14\nTC QuotientOf 7\nTV Add v2\nEnd\n"},
+       "VC Multiply v1 14\nTCV QuotientOf,Add 7 v2\nEnd\n"},
+      {"v1 v2 v3 v1 v2 SUM:5 5 /",                                              // chains
+       "VV Add v2 v1\nTVV Add,Add v3 v2\nTVC Add,QuotientOf v1 5\nEnd\n"},
+      {"v1 v2 + v3 / v1 *", "VV Add v1 v2\nTVV Divide,Multiply v3 v1\nEnd\n"},
+      {"v1 v2 + 2 * 3 -", "VV Add v1 v2\nTC Multiply 2\nTC Subtract 3\nEnd\n"},  // two numbers
+      {"v1 v2 + v3 < v1 +", "VV Add v1 v2\nTV Less v3\nTV Add v1\nEnd\n"},
       {"2 v1 -", "CV Subtract 2 v1\nEnd\n"}, {"v1 0.5 -", "VC Subtract v1 0.5\nEnd\n"},
-      {"v1 2 ^ v2 2 ^ + SQRT", "V Square v1\nV Square v2\nST Add\nT Sqrt\nEnd\n"},
-      {"v1 3 ^ v2 0.5 ^ -", "V Cube v1\nV Root v2\nST Subtract\nEnd\n"},
+      {"v1 2 ^ v2 2 ^ + SQRT", "V Square v1\nXV Add(Square) v2\nT Sqrt\nEnd\n"},
+      {"v1 3 ^ v2 0.5 ^ -", "V Cube v1\nXV Subtract(Root) v2\nEnd\n"},
+      {"v1 3 ^ v2 2 ^ /", "V Cube v1\nV Square v2\nST Divide\nEnd\n"},
       {"v1 2.5 ^ 3 v2 ^ *", "VC Power v1 2.5\nCV Power 3 v2\nST Multiply\nEnd\n"},
       {"v1 v2 + 2 ^", "VV Add v1 v2\nT Square\nEnd\n"},
       {"v1 0 /", "VC Divide v1 0\nEnd\n"},                  // a divisor near zero is checked
