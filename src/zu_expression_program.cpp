@@ -323,7 +323,7 @@ int OpCode(Op op) {
 #define ZU_POWER_CODES(outer, inner) k##inner,  // the power decides whether it calls out
       kEnd, kVariable, kNumber,
       ZU_BINARY_OPS(ZU_BINARY_CODES) ZU_UNARY_OPS(ZU_UNARY_CODES) ZU_FUSED_OPS(ZU_FUSED_CODES)
-      ZU_CHAINED_OPS(ZU_CHAINED_CODES) ZU_POWER_OPS(ZU_POWER_CODES)
+          ZU_CHAINED_OPS(ZU_CHAINED_CODES) ZU_POWER_OPS(ZU_POWER_CODES)
 #undef ZU_BINARY_CODES
 #undef ZU_UNARY_CODES
 #undef ZU_FUSED_CODES
@@ -506,7 +506,8 @@ class Compiler {
   bool Fuse(int code) {
     if (m_code.empty()) return false;
     Instr& last = m_code.back();
-    if (last.op >= kOpFirstUnary && last.op < kOpFirstFused && (last.op - kOpFirstUnary) % 2 == kV) {
+    if (last.op >= kOpFirstUnary && last.op < kOpFirstFused &&
+        (last.op - kOpFirstUnary) % 2 == kV) {
       const Op power = PowerOp(code, OpCode(last.op));
       if (power != kOpInvalid) last.op = power;
       return power != kOpInvalid;
@@ -608,20 +609,22 @@ std::uint64_t U64At(const unsigned char* p) {
 }
 
 // True when the first 16 bytes of every token equal their copy behind the header. The
-// precedence class, which evaluation does not read, may differ.
+// precedence class, which evaluation does not read, may differ. Up to 4 tokens take no loop.
 [[gnu::always_inline]] inline bool SameTokens(const SToken* tokens, int count,
                                               const unsigned char* slot) {
   typedef std::uint64_t Piece __attribute__((vector_size(16)));
   const unsigned char* live = reinterpret_cast<const unsigned char*>(tokens);
   const unsigned char* copy = slot + sizeof(SVarOperand);
-  Piece diff = {0, 0};
-#pragma GCC unroll 4
-  for (int i = 0; i < count; ++i) {
+  const auto differ = [&](int i) {
     Piece a, b;
     std::memcpy(&a, live + i * sizeof(SToken), sizeof(a));
     std::memcpy(&b, copy + i * kHeadBytes, sizeof(b));
-    diff |= a ^ b;
-  }
+    return a ^ b;
+  };
+  const int last = count - 1;  // count >= 1
+  Piece diff = differ(0) | differ(last);
+  if (count > 2) diff |= differ(1) | differ(last - 1);
+  for (int i = 2; i < last - 1; ++i) diff |= differ(i);
   return (diff[0] | diff[1]) == 0;
 }
 
@@ -720,10 +723,10 @@ template <bool kLeaf>
   int rc = 1;
 #define ZU_VAR(field) (*reinterpret_cast<const double*>(values + U32At(ip + (field))))
 #define ZU_CONST F64At(ip + 8)
-#define ZU_NEXT                   \
-  do {                            \
-    ip += kInstrBytes;            \
-    goto* kTargets[OpAt(ip)];     \
+#define ZU_NEXT               \
+  do {                        \
+    ip += kInstrBytes;        \
+    goto* kTargets[OpAt(ip)]; \
   } while (0)
 #define ZU_PUSH *sp++ = top
   goto* kTargets[OpAt(ip)];
@@ -803,19 +806,19 @@ L_LoadConst:
     ZU_NEXT;                                                      \
   }
   ZU_FUSED_OPS(ZU_FUSED_CODE)
-#define ZU_CHAINED_CODE(first, second)                                              \
-  L_TVV##first##second : top =                                                      \
-      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_VAR(8));     \
-  ZU_NEXT;                                                                          \
-  L_TVC##first##second : top =                                                      \
-      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_CONST);      \
-  ZU_NEXT;                                                                          \
-  L_TCV##first##second : top =                                                      \
-      ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_CONST), ZU_VAR(4));      \
+#define ZU_CHAINED_CODE(first, second)                                                  \
+  L_TVV##first##second                                                                  \
+      : top = ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_VAR(8)); \
+  ZU_NEXT;                                                                              \
+  L_TVC##first##second                                                                  \
+      : top = ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_VAR(4)), ZU_CONST);  \
+  ZU_NEXT;                                                                              \
+  L_TCV##first##second                                                                  \
+      : top = ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_CONST), ZU_VAR(4));  \
   ZU_NEXT;
   ZU_CHAINED_OPS(ZU_CHAINED_CODE)
-#define ZU_POWER_CODE(outer, inner)                                    \
-  L_XV##outer##inner : ZU_GUARD(inner);                                \
+#define ZU_POWER_CODE(outer, inner)                                      \
+  L_XV##outer##inner : ZU_GUARD(inner);                                  \
   top = ApplyBinary(k##outer, top, ApplyUnaryHere(k##inner, ZU_VAR(4))); \
   ZU_NEXT;
   ZU_POWER_OPS(ZU_POWER_CODE)
@@ -856,12 +859,11 @@ const char* OpName(Op op, const char** form) {
 #define ZU_BINARY_NAMES(name) #name, #name, #name, #name, #name, #name, #name, #name,
 #define ZU_UNARY_NAMES(name) #name, #name,
 #define ZU_FUSED_NAMES(outer, inner) #outer "(" #inner ")", #outer "(" #inner ")",
-#define ZU_CHAINED_NAMES(first, second) \
-  #first "," #second, #first "," #second, #first "," #second,
+#define ZU_CHAINED_NAMES(first, second) #first "," #second, #first "," #second, #first "," #second,
 #define ZU_POWER_NAMES(outer, inner) #outer "(" #inner ")",
       "End", "LoadVar", "LoadConst",
       ZU_BINARY_OPS(ZU_BINARY_NAMES) ZU_UNARY_OPS(ZU_UNARY_NAMES) ZU_FUSED_OPS(ZU_FUSED_NAMES)
-      ZU_CHAINED_OPS(ZU_CHAINED_NAMES) ZU_POWER_OPS(ZU_POWER_NAMES)
+          ZU_CHAINED_OPS(ZU_CHAINED_NAMES) ZU_POWER_OPS(ZU_POWER_NAMES)
 #undef ZU_BINARY_NAMES
 #undef ZU_UNARY_NAMES
 #undef ZU_FUSED_NAMES
