@@ -104,30 +104,32 @@ double ProductError(double a, double b, double product) {
 #endif
 }
 
-#if defined(__SIZEOF_INT128__) && !defined(__FP_FAST_FMA)
-__extension__ typedef unsigned __int128 Wide;
+constexpr std::uint64_t kSignificand = 0x000fffffffffffffULL;
+constexpr std::uint64_t kImplicitBit = 1ULL << 52;
 
-// IsExact(p, x * x - p) for p = x * x and x in range, from the exact square of x's
-// significand: fewer and shorter steps than the product by halves.
-[[gnu::always_inline]] inline bool SquareIsExact(double x, double p) {
-  const std::uint64_t significand = (Bits(x) & 0x000fffffffffffffULL) | (1ULL << 52);
-  const Wide square = static_cast<Wide>(significand) * significand;           // 105 or 106 bits
-  const std::uint64_t unit = (square >> 105) != 0 ? 1ULL << 53 : 1ULL << 52;  // p's last place
-  const std::uint64_t rest = static_cast<std::uint64_t>(square) & (unit - 1);
-  const std::uint64_t near = unit / 25 * 12;  // kExactUnits of a unit: 0.48
-  const bool whole_units_apart = (Bits(p) & 0x000fffffffffffffULL) != 0;
-  return whole_units_apart && (rest <= near || unit - rest <= near);
+// 2^-64 <= |x| < 2^64, from x's bits: its biased exponent lies in [959, 1087).
+bool InRangeBits(std::uint64_t bits) {
+  return ((bits >> 52) & 0x7ff) - 959 < 128;  // unsigned: also false below 959
 }
-#else
-[[gnu::always_inline]] inline bool SquareIsExact(double x, double p) {
-  return IsExact(p, ProductError(x, x, p));
-}
-#endif
 
+// t / 2^64 is the part of a unit in the last place by which an exact result exceeds the
+// double below it. True when the result lies within kExactUnits of that double or the next.
+bool NearWhole(std::uint64_t t) {
+  constexpr std::uint64_t kBelow = 0x7ae147ae147ae147ULL;  // 0.48 * 2^64, rounded down
+  constexpr std::uint64_t kAbove = 0x851eb851eb851eb9ULL;  // 0.52 * 2^64, rounded up
+  return t <= kBelow || t >= kAbove;
+}
+
+// The square of x's 53-bit significand m has 105 or 106 bits; p = x * x keeps the top 53, so
+// the low 64 bits of m * m hold the 52 or 53 bits rounded off.
 [[gnu::always_inline]] inline double ExactSquare(double x) {
-  if (!InRange(x)) return SystemPow(x, 2.0);
+  const std::uint64_t bits = Bits(x);
   const double p = x * x;
-  if (SquareIsExact(x, p)) return p;
+  if (InRangeBits(bits) && (Bits(p) & kSignificand) != 0) {  // p is no power of two
+    const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
+    const unsigned dropped = m >= 0x16a09e667f3bcdULL ? 53 : 52;  // m * m >= 2^105
+    if (NearWhole((m * m) << (64 - dropped))) return p;
+  }
   return SystemPow(x, 2.0);
 }
 
@@ -143,16 +145,23 @@ __extension__ typedef unsigned __int128 Wide;
   return SystemPow(x, 3.0);
 }
 
+// s = sqrt(x) is correctly rounded; with u the unit in the last place of s and ms its
+// significand, x = s * s + r * u * u for an integer r (|r| <= ms + 1), and the exact root is
+// s + r / (2 ms) units (to 2^-50 units): within kExactUnits when 25 |r| <= 24 ms.
 [[gnu::always_inline]] inline double ExactRoot(double x) {
-  if (!(x > 0.0) || !InRange(x)) return SystemPow(x, 0.5);
+  const std::uint64_t bits = Bits(x);
   const double s = std::sqrt(x);
-#ifdef __FP_FAST_FMA
-  const double residual = std::fma(-s, s, x);  // exact for a correctly rounded root
-#else
-  const double h = High(s), l = s - h;
-  const double residual = ((x - h * h) - 2.0 * h * l) - l * l;  // x - s * s
-#endif
-  if (IsExact(s, residual / (2.0 * s))) return s;
+  const std::uint64_t root = Bits(s);
+  if (InRangeBits(bits) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
+    const std::uint64_t mx = (bits & kSignificand) | kImplicitBit;
+    const std::uint64_t ms = (root & kSignificand) | kImplicitBit;
+    const int shift = static_cast<int>((bits >> 52) & 0x7ff) -
+                      2 * static_cast<int>((root >> 52) & 0x7ff) + 1075;  // 51 to 54
+    // Modulo 2^64, which holds r exactly as a signed value.
+    const std::uint64_t r = (mx << shift) - ms * ms;
+    const std::uint64_t magnitude = r >> 63 ? 0 - r : r;
+    if (magnitude * 25 <= ms * 24) return s;
+  }
   return SystemPow(x, 0.5);
 }
 
