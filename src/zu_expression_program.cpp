@@ -565,23 +565,19 @@ class Compiler {
 
 // ---- Storage behind the variable table ----
 
-constexpr std::uint64_t kProgramMark = 0x02474f52505a5501ULL;  // "\x01ZUPROG\x02"
+constexpr std::uint32_t kProgramMark = 0x025a5501;  // "\x01UZ\x02": no text has these bytes
 
 // The first slot behind the variables. The first 16 bytes of every token follow it (its text,
 // code and count: all that evaluation reads), then the instructions.
 struct Header {
-  std::uint64_t key;   // Key(tokens it was compiled from, variables registered then)
-  std::int32_t slots;  // slots it occupies, this one included
-  std::int32_t leaf;   // 1 when no instruction calls a function
-  std::int32_t code;   // offset of the first instruction from the header, in bytes
+  std::uint32_t mark;   // kProgramMark once the program is complete
+  std::int32_t tokens;  // the number of tokens it was compiled from
+  std::int32_t vars;    // the number of variables registered then
+  std::int32_t end;     // the table size it needs: vars + the slots it occupies
+  std::int32_t leaf;    // 1 when no instruction calls a function
+  std::int32_t code;    // offset of the first instruction from the header, in bytes
 };
 static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
-
-// The mark of a program made from tokens postfix tokens with vars variables.
-std::uint64_t Key(int tokens, int vars) {
-  return kProgramMark ^ (static_cast<std::uint64_t>(static_cast<std::uint32_t>(tokens)) << 32 |
-                         static_cast<std::uint32_t>(vars));
-}
 
 int Slots(long long bytes) {
   return static_cast<int>((bytes + static_cast<long long>(sizeof(SVarOperand)) - 1) /
@@ -611,8 +607,8 @@ std::int32_t I32At(const unsigned char* p) {
   return v;
 }
 
-std::uint64_t U64At(const unsigned char* p) {
-  std::uint64_t v;
+std::uint32_t U32At(const unsigned char* p) {
+  std::uint32_t v;
   std::memcpy(&v, p, sizeof(v));
   return v;
 }
@@ -650,22 +646,19 @@ std::uint64_t U64At(const unsigned char* p) {
     return nullptr;
   }
   const unsigned char* slot = reinterpret_cast<const unsigned char*>(table.m_pData + base);
-  const int tokens = polish.m_nCount;
-  if (U64At(slot + offsetof(Header, key)) != Key(tokens, base)) return nullptr;
+  if (U32At(slot + offsetof(Header, mark)) != kProgramMark ||
+      I32At(slot + offsetof(Header, tokens)) != polish.m_nCount ||
+      I32At(slot + offsetof(Header, vars)) != base) {
+    return nullptr;
+  }
   // The storage may have shrunk since (CKAArray::AddSize with a negative count).
-  if (I32At(slot + offsetof(Header, slots)) > table.m_nSize - base) return nullptr;
+  if (I32At(slot + offsetof(Header, end)) > table.m_nSize) return nullptr;
   leaf = I32At(slot + offsetof(Header, leaf)) == 1;
   ip = slot + I32At(slot + offsetof(Header, code));
   return slot;
 }
 
 // ---- The interpreter ----
-
-std::uint32_t U32At(const unsigned char* p) {
-  std::uint32_t v;
-  std::memcpy(&v, p, sizeof(v));
-  return v;
-}
 
 // The operation of the instruction at p: 9 bits, so that any bytes give a valid target.
 unsigned OpAt(const unsigned char* p) {
@@ -921,13 +914,16 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
       static_cast<long long>(sizeof(SVarOperand)) *
       (1 + Slots(static_cast<long long>(count) * kHeadBytes));  // kMaxCompiledTokens bounds it
   const int instructions = static_cast<int>(compiler.Code().size());
-  const Header header = {Key(count, base),
-                         Slots(code + static_cast<long long>(instructions) * kInstrBytes),
-                         compiler.IsLeaf() ? 1 : 0, static_cast<std::int32_t>(code)};
-  const int needed = base + header.slots;
-  if (needed > table.m_nSize && !table.AddSize(needed - table.m_nSize)) return;
+  const int slots = Slots(code + static_cast<long long>(instructions) * kInstrBytes);
+  const Header header = {kProgramMark,
+                         count,
+                         base,
+                         base + slots,
+                         compiler.IsLeaf() ? 1 : 0,
+                         static_cast<std::int32_t>(code)};
+  if (header.end > table.m_nSize && !table.AddSize(header.end - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
-  std::memset(slot, 0, static_cast<size_t>(header.slots) * sizeof(SVarOperand));
+  std::memset(slot, 0, static_cast<size_t>(slots) * sizeof(SVarOperand));
   const unsigned char* tokens = reinterpret_cast<const unsigned char*>(polish.m_pData);
   for (int i = 0; i < count; ++i) {
     std::memcpy(slot + sizeof(SVarOperand) + i * kHeadBytes, tokens + i * sizeof(SToken),
