@@ -10,7 +10,9 @@
 //   Operands (numbers and variables) are not pushed: each operation takes them in place, so
 //   A+B*C is two instructions, "top = B * C" and "top = A + top", and an arithmetic operation
 //   on two operands in place is fused with the one that combines its result with the value
-//   below (A*B+C*D is "top = A * B", "top = top + C * D"). Operations still run in the
+//   below (A*B+C*D is "top = A * B", "top = top + C * D"), as is a power of a variable
+//   (A^2+B^2 is "top = A ^ 2", "top = top + B ^ 2"), and two arithmetic operations in a row
+//   on the top become one ("top = (top + C) / X"). Operations still run in the
 //   order of the tokens, so the first failing one decides the result code; only the reading
 //   of operands moves. Constant sub-expressions are folded with the very functions evaluation
 //   uses (a failing operation is never folded), numbers are converted once, "/" by a number
@@ -23,13 +25,13 @@
 //   evaluation reads), then 16-byte instructions. Nothing outside the object owns memory,
 //   copying or destroying the object needs no care, and the program is found in constant time
 //   from the table.
-// - How it is validated. Evaluate runs the program only when the header's key (a mark, the
-//   token count and the variable count it was made for) matches the object, the table's
-//   storage still holds the whole program, and the tokens' first 16 bytes equal the copy, one
-//   16-byte comparison per token in place. Finding and checking the program ends in tail calls
-//   only, and programs that call no function run in an interpreter that needs no saved
-//   registers, so the fixed cost per Evaluate stays small. Setting a variable costs no call at
-//   all: the header defines SetVarValue inline.
+// - How it is validated. Evaluate runs the program only when the header (a mark, the token
+//   count and the variable count it was made for) matches the object, the table's storage
+//   still holds the whole program, and the tokens' first 16 bytes equal the copy, one 16-byte
+//   comparison per token in place (no loop up to 4 tokens). Finding and checking the program
+//   ends in tail calls only, and programs that call no function run in an interpreter that
+//   needs no saved registers, so the fixed cost per Evaluate stays small. Setting a variable
+//   costs no call at all: the header defines SetVarValue inline.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
 //   language defines for them; the program is not touched, so undoing the edit makes it
@@ -41,10 +43,12 @@
 // bounds: exp 0.511 ULP, log 1.5 * 2^-68 relative), below 0.518 ULP for |x| in
 // [2^-64, 2^64] and y <= 3; on 60 million inputs it was never beyond 0.508. So when the exact
 // result lies within 0.48 ULP of a double p, and p's neighbours are a whole unit away (p is
-// not a power of two), pow cannot return anything but p. The rule computes p and its distance
-// to the exact result in double-double arithmetic (exact to about 2^-48 ULP whether or not
-// the compiler fuses multiplications and additions) and calls pow in every other case (about
-// one input in 25, and out-of-range, zero, infinite or NaN arguments).
+// not a power of two), pow cannot return anything but p. The rule finds the distance of p to
+// the exact result exactly: for squares and square roots from the product of the integer
+// significands (64-bit integer arithmetic on every target), for cubes in double-double
+// arithmetic (exact to about 2^-48 ULP, with a fused multiply-add where the target has one),
+// and calls pow in every other case (about one input in 25, and out-of-range, zero, infinite
+// or NaN arguments).
 #include <algorithm>
 #include <climits>
 #include <cstddef>
