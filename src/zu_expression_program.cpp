@@ -77,11 +77,6 @@ double FromBits(std::uint64_t b) {
   return x;
 }
 
-// x with the low 27 bits of its significand cleared: products of two such halves are exact.
-double High(double x) {
-  return FromBits(Bits(x) & ~((std::uint64_t{1} << 27) - 1));
-}
-
 bool InRange(double x) {
   const double magnitude = std::fabs(x);
   return magnitude >= 0x1p-64 && magnitude <= 0x1p64;  // false for NaN
@@ -103,6 +98,8 @@ double ProductError(double a, double b, double product) {
 #ifdef __FP_FAST_FMA
   return std::fma(a, b, -product);
 #else
+  // x with the low 27 bits of its significand cleared: products of two such halves are exact.
+  const auto High = [](double x) { return FromBits(Bits(x) & ~((std::uint64_t{1} << 27) - 1)); };
   const double ah = High(a), al = a - ah, bh = High(b), bl = b - bh;
   return (((ah * bh - product) + ah * bl) + al * bh) + al * bl;
 #endif
