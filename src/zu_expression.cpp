@@ -408,6 +408,3 @@ int CKAExpression::GetExpression(CKAString& str) {
 
 // ---- Evaluation ----
 
-int CKAExpression::Evaluate(double& dResult) {
-  return EvaluatePolish(m_arPolish, m_nVarCount, m_arVarOperand, dResult);
-}

@@ -840,7 +840,7 @@ L_LoadConst:
 }  // namespace
 
 // Only tail calls: no registers to save before the program runs.
-int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
+[[gnu::always_inline]] inline int EvaluateHere(const CKAArray<SToken>& polish, int var_count,
                    const CKAArray<SVarOperand>& table, double& result) {
   result = 0.0;  // first: result may be one of the variables
   bool leaf = false;
@@ -952,4 +952,14 @@ std::string ListProgram(const SToken* tokens, int count, int var_count) {
   return out;
 }
 
+int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
+                   const CKAArray<SVarOperand>& table, double& result) {
+  return EvaluateHere(polish, var_count, table, result);
+}
+
 }  // namespace zu_expression
+
+// Here rather than with the rest of the object: the program runs without a further jump.
+int CKAExpression::Evaluate(double& dResult) {
+  return zu_expression::EvaluateHere(m_arPolish, m_nVarCount, m_arVarOperand, dResult);
+}
