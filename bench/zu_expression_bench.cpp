@@ -133,6 +133,8 @@ const Formula kFormulas[] = {
     {"(A-X)*(A-X)+(B-Y)*(B-Y)", "(A-X)*(A-X)+(B-Y)*(B-Y)", "(A-X)*(A-X)+(B-Y)*(B-Y)",
      [](const In& v) { return (v.A - v.X) * (v.A - v.X) + (v.B - v.Y) * (v.B - v.Y); }},
     {"A*X", "A*X", "A*X", [](const In& v) { return v.A * v.X; }},
+    {"A^2.5+B^1.5", "A^2.5+B^1.5", "A^2.5+B^1.5",
+     [](const In& v) { return std::pow(v.A, 2.5) + std::pow(v.B, 1.5); }},
 };
 // clang-format on
 constexpr int kFormulaCount = sizeof(kFormulas) / sizeof(kFormulas[0]);
