@@ -406,5 +406,4 @@ int CKAExpression::GetExpression(CKAString& str) {
   return 1;
 }
 
-// ---- Evaluation ----
-
+// Evaluate is defined in zu_expression_program.cpp, beside the program it runs.
