@@ -68,10 +68,11 @@ class ZUSTD_API CKAExpression {
   // Defined here, because applications call it for every variable before every Evaluate and
   // a call into the library would cost more than the store. The library still exports it for
   // binaries built against earlier headers; only its own definition sees the declaration.
+  // Marked for export, so that a copy the compiler emits keeps the library's symbol visible.
 #ifdef ZUSTD_EXPRESSION_EXPORT_SETTER
   int SetVarValue(int nIndex, double dValue);
 #else
-  int SetVarValue(int nIndex, double dValue) {
+  ZUSTD_API int SetVarValue(int nIndex, double dValue) {
     const unsigned slot = static_cast<unsigned>(nIndex) - 1u;  // an index below 1 wraps
     if (slot >= static_cast<unsigned>(m_nVarCount) ||
         slot >= static_cast<unsigned>(m_arVarOperand.m_nCount)) {
