@@ -232,6 +232,34 @@ TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
 
 // The program behind the table is what runs while the tokens are unchanged; once a token
 // changes, the tokens as they stand are evaluated; undoing the change restores the program.
+// Whatever the length of the formula and wherever the edit, a changed token is noticed: its
+// result is the token evaluator's, not the program's.
+TEST(ExpressionProgram, NoticesAnEditedTokenAtEveryPositionOfEveryLength) {
+  for (int count = 1; count <= 21; ++count) {
+    std::string text = count % 2 ? "v1" : "v1 @";
+    for (int n = count % 2 ? 1 : 2; n < count; n += 2) text += " 2 +";
+    Formula f(text, {1.5, 4.0});
+    StoreProgram(f.polish, f.table);
+    ASSERT_EQ(f.polish.m_nCount, count);
+    double original = 0;
+    ASSERT_EQ(f.Evaluate(original), 1);
+    for (int i = 0; i < count; ++i) {
+      SToken& tok = f.polish.m_pData[i];
+      const SToken kept = tok;
+      if (tok.m_nType == kNumber) tok.m_szName[0] = '3';
+      if (tok.m_nType == kVariable) tok.m_nParam = 2;
+      if (tok.m_nType == kAdd) tok.m_nType = kSubtract;
+      if (tok.m_nType == kNegate) tok.m_nType = kAbs;
+      double edited = 0, tokens = 0;
+      ASSERT_EQ(f.Evaluate(edited), 1);
+      ASSERT_EQ(f.Reference(tokens), 1);
+      EXPECT_EQ(edited, tokens) << text << ", token " << i;
+      EXPECT_NE(edited, original) << text << ", token " << i;
+      tok = kept;
+    }
+  }
+}
+
 TEST(ExpressionProgram, RunsOnlyWhileTheTokensMatchItsCopy) {
   Formula f("v1 2.5 *", {4.0});
   StoreProgram(f.polish, f.table);
