@@ -141,6 +141,8 @@ TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
                                       0x1.fffffffffffffp0,
                                       0x1.0000000000001p0,
                                       0x1.0000000800000p0,  // a square just past a whole unit
+                                      0x1.fffffffffffffp1,  // roots beside a power of two
+                                      0x1.0000000000001p2,
                                       1e-20,
                                       123456789.0}) {
     check(x);
