@@ -77,17 +77,15 @@ double FromBits(std::uint64_t b) {
   return x;
 }
 
-bool InRange(double x) {
-  const double magnitude = std::fabs(x);
-  return magnitude >= 0x1p-64 && magnitude <= 0x1p64;  // false for NaN
-}
+constexpr std::uint64_t kSignificand = 0x000fffffffffffffULL;
+constexpr std::uint64_t kImplicitBit = 1ULL << 52;
 
 // True when the exact value p + error lies within kExactUnits units in the last place of p
 // (a normal double) and p is not a power of two, whose lower neighbour is only half a unit
 // away.
 bool IsExact(double p, double error) {
   const std::uint64_t bits = Bits(p);
-  if ((bits & 0x000fffffffffffffULL) == 0) return false;
+  if ((bits & kSignificand) == 0) return false;
   const double unit = FromBits((bits & 0x7ff0000000000000ULL) - (52ULL << 52));
   return std::fabs(error) <= kExactUnits * unit;
 }
@@ -105,11 +103,8 @@ double ProductError(double a, double b, double product) {
 #endif
 }
 
-constexpr std::uint64_t kSignificand = 0x000fffffffffffffULL;
-constexpr std::uint64_t kImplicitBit = 1ULL << 52;
-
 // 2^-64 <= |x| < 2^64, from x's bits: its biased exponent lies in [959, 1087).
-bool InRangeBits(std::uint64_t bits) {
+bool InRange(std::uint64_t bits) {
   return ((bits >> 52) & 0x7ff) - 959 < 128;  // unsigned: also false below 959
 }
 
@@ -126,7 +121,7 @@ bool NearWhole(std::uint64_t t) {
 [[gnu::always_inline]] inline double ExactSquare(double x) {
   const std::uint64_t bits = Bits(x);
   const double p = x * x;
-  if (InRangeBits(bits) && (Bits(p) & kSignificand) != 0) {  // p is no power of two
+  if (InRange(bits) && (Bits(p) & kSignificand) != 0) {  // p is no power of two
     const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
     const unsigned dropped = m >= 0x16a09e667f3bcdULL ? 53 : 52;  // m * m >= 2^105
     if (NearWhole((m * m) << (64 - dropped))) return p;
@@ -135,7 +130,7 @@ bool NearWhole(std::uint64_t t) {
 }
 
 [[gnu::always_inline]] inline double ExactCube(double x) {
-  if (!InRange(x)) return SystemPow(x, 3.0);
+  if (!InRange(Bits(x))) return SystemPow(x, 3.0);
   const double square = x * x;
   const double square_error = ProductError(x, x, square);
   const double p = square * x;
@@ -153,7 +148,7 @@ bool NearWhole(std::uint64_t t) {
   const std::uint64_t bits = Bits(x);
   const double s = std::sqrt(x);
   const std::uint64_t root = Bits(s);
-  if (InRangeBits(bits) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
+  if (InRange(bits) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
     const std::uint64_t mx = (bits & kSignificand) | kImplicitBit;
     const std::uint64_t ms = (root & kSignificand) | kImplicitBit;
     const int shift = static_cast<int>((bits >> 52) & 0x7ff) -
