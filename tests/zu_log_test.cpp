@@ -120,17 +120,17 @@ TEST_F(LogTest, TwoProcessesAndRacingThreadsLoseNothingAcrossTheRotation) {
   const pid_t child = StartChild([] {
     RunThreads(2, [](int p) {
       CKALog own;
-      for (int i = 0; i < 250 && (i || own.SetProcName("multi")); ++i) own.Add(Item(p, i).c_str());
+      for (int i = 0; i < 1000 && (i || own.SetProcName("multi")); ++i) own.Add(Item(p, i).c_str());
     });
     return 0;
   });
-  for (int i = 0; i < 250; ++i) log.Add(Item(2, i).c_str());
+  for (int i = 0; i < 1000; ++i) log.Add(Item(2, i).c_str());
   EXPECT_EQ(WaitChild(child), 0);
   Strings all = Texts(Log("multi.bak"), 19601), fresh = Texts(Log("multi.inf"));
-  ASSERT_EQ(all.size() * 1000 + fresh.size(), 400351u);  // rotated at the 400th entry
+  ASSERT_EQ(all.size() * 1000 + fresh.size(), 402601u);  // rotated at the 400th entry
   EXPECT_EQ(fresh[0], all.back());                       // the entry that reached 20000, twice
   all.insert(all.end(), fresh.begin() + 1, fresh.end());
-  ExpectEachProducerInOrder(all, 3, 250);
+  ExpectEachProducerInOrder(all, 3, 1000);
 }
 
 TEST_F(LogTest, FullDiskLosesWholeEntriesAndKeepsTheCount) {
