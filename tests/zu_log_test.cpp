@@ -1,8 +1,10 @@
 #include "zu_log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -195,6 +197,76 @@ TEST_F(LogTest, SymbolicLinksOfOtherUsersAreNeverFollowed) {
   setenv("SYSTEMHOME", Path("inf").c_str(), 1);  // whose log directory is a foreign link
   CKALog refused;
   EXPECT_FALSE(refused.SetProcName("app"));
+}
+
+// Regression: rotating a log linked into another file system failed with EXDEV and lost it.
+TEST_F(LogTest, LogLinkedIntoAnotherFileSystemRotatesByMovingTheLink) {
+  struct stat here, shm;
+  if (stat(m_tmp.path().c_str(), &here) != 0 || stat("/dev/shm", &shm) != 0 ||
+      here.st_dev == shm.st_dev) {
+    GTEST_SKIP() << "needs /dev/shm on a file system of its own";
+  }
+  char dir[] = "/dev/shm/zu_log_test.XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string target = std::string(dir) + "/app.log";
+  ASSERT_TRUE(WriteFile(target, "19999\nprev\n") && !ka_mkdir(Path("inf").c_str()));
+  ASSERT_EQ(symlink(target.c_str(), Log("app.inf").c_str()), 0);
+  CKALog log;
+  EXPECT_TRUE(log.SetProcName("app") && log.Add("x"));
+  EXPECT_EQ(std::regex_replace(ReadFile(target), kStamp, "<T>"), "20000\nprev\n20000 <T> x\n");
+  struct stat moved;
+  EXPECT_TRUE(lstat(Log("app.bak").c_str(), &moved) == 0 && S_ISLNK(moved.st_mode));
+  EXPECT_EQ(Masked(Log("app.inf")), "0001\n" + kNul + "001 <T> x\n");
+  std::filesystem::remove_all(dir);
+}
+
+// Regression: a process that held the record lock and stopped hung every other writer.
+TEST_F(LogTest, AStalledLockHolderDelaysTheLogButNeverStopsIt) {
+  CKALog log;
+  ASSERT_TRUE(log.SetProcName("stalled") && log.Add("one"));
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t holder = StartChild([&] {
+    const int fd = open(Log("stalled.inf").c_str(), O_RDWR);
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    if (fd < 0 || fcntl(fd, F_SETLK, &whole) != 0 || write(ready[1], "r", 1) != 1) return 2;
+    pause();  // holds the lock until killed
+    return 0;
+  });
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  EXPECT_TRUE(log.Add("two"));
+  kill(holder, SIGKILL);
+  WaitChild(holder);
+  close(ready[0]);
+  close(ready[1]);
+  EXPECT_EQ(Texts(Log("stalled.inf")), Strings({"one", "two"}));
+}
+
+// Regression: on 32-bit targets, offsets past 2 GiB failed and entries were lost.
+TEST_F(LogTest, AppendsPastTwoGigabytes) {
+  CKALog log;
+  ASSERT_TRUE(log.SetProcName("big"));
+  const off64_t end = (off64_t{1} << 31) + 4096;
+  const int fd = open64(Log("big.inf").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  const std::string last = "007 <2000-01-01 00:00:00> seven\n";
+  if (fd < 0 || ftruncate64(fd, end) != 0) {
+    if (fd >= 0) close(fd);
+    GTEST_SKIP() << "this file system holds no sparse file of 2 GiB";
+  }
+  ASSERT_EQ(pwrite64(fd, "0007\n", 5, 0), 5);
+  ASSERT_EQ(pwrite64(fd, last.data(), last.size(), end - static_cast<off64_t>(last.size())),
+            static_cast<ssize_t>(last.size()));
+  EXPECT_TRUE(log.Add("past 2 GiB"));
+  std::string head(6, '\0'), tail(64, '\0');
+  EXPECT_EQ(pread64(fd, &head[0], 6, 0), 6);
+  const ssize_t got = pread64(fd, &tail[0], tail.size(), end);
+  close(fd);
+  EXPECT_EQ(head, "0008\n" + kNul);
+  ASSERT_GT(got, 0);
+  tail.resize(static_cast<size_t>(got));
+  EXPECT_EQ(std::regex_replace(tail, kStamp, "<T>"), "008 <T> past 2 GiB\n");
 }
 
 }  // namespace
