@@ -31,8 +31,8 @@ TEST_F(KaGlobal, DirectoriesAreMadeNeverWritableByOthersAndRemovedWithoutFollowi
               ka_mkdir(Path("file").c_str()) && ka_mkdir(""));  // failures answer true
   ASSERT_EQ(0, symlink(Path("m18").c_str(), Path("m0/a/b/link").c_str()));
   EXPECT_TRUE(ka_rmdir(Path("m0/.").c_str()) && ka_rmdir(Path("m0/a/..").c_str()));
-  const int status = zutest::InChild([&] {  // inside a chroot, lest a broken guard empty the disk
-    return chroot(Path("").c_str()) == 0 && ka_rmdir("/") && ka_rmdir("//") ? 0 : 1;
+  const int status = zutest::InChild([&] {  // root only, chrooted: a broken guard empties it
+    return chroot(Path("").c_str()) != 0 || (ka_rmdir("/") && ka_rmdir("//")) ? 0 : 1;
   });
   EXPECT_FALSE(status || ka_rmdir(Path("m0").c_str()) || ka_rmdir(Path(odd).c_str()) ||
                ka_rmdir(Path("file").c_str()) || ka_rmdir(Path("no/such").c_str()));
