@@ -20,6 +20,18 @@ unsigned short FreePort(int type) {
   return ntohs(sa.sin_port);
 }
 
+// A plain connection to 127.0.0.1:port once something listens there, or -1.
+int ConnectWhenListening(unsigned short port) {
+  sockaddr_in sa{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+  for (int attempt = 0; attempt < 500; ++attempt) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    if (connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0) return fd;
+    close(fd);
+    usleep(10000);
+  }
+  return -1;
+}
+
 std::vector<char> Pattern(int n) {
   std::vector<char> data(static_cast<size_t>(n));
   for (int i = 0; i < n; ++i) data[static_cast<size_t>(i)] = static_cast<char>(i * 31 + i / 251);
@@ -85,6 +97,31 @@ TEST(TcpSocket, EchoesExactBytesTimesOutOnSilenceAndSurvivesADeadPeer) {
   int result = 0;
   for (int i = 0; i < 1000 && result == 0; ++i) result = s.client.WriteAll("x", 1, 100);
   EXPECT_EQ(-1, result);  // EPIPE once the reset came back; SIGPIPE would have ended us
+}
+
+// A listener whose accept queue is full leaves new handshakes in progress: the first attempt
+// times out, the next finds the handshake under way (EALREADY) and succeeds, deliberately.
+TEST(TcpSocket, HandshakeInProgressTimesOutThenCountsAsConnected) {
+  const unsigned short port = FreePort(SOCK_STREAM);
+  CKATcpServer server;
+  ASSERT_TRUE(server.Open(port));
+  std::thread accept_once([&] {
+    CKATcpClient unused;
+    if (server.Listen(&unused, 0)) unused.Close();
+  });
+  const int first = ConnectWhenListening(port);
+  accept_once.join();
+  const int second = ConnectWhenListening(port);  // fills the queue of one
+  ASSERT_TRUE(first > 0 && second > 0);
+  usleep(50000);
+  CKATcpClient late;
+  ASSERT_TRUE(late.Open() && late.SetBlockMode(false));
+  EXPECT_EQ(-2, late.Connect("127.0.0.1", port, 1));
+  EXPECT_EQ(0, late.Connect("127.0.0.1", port, 1000));
+  late.Close();
+  close(second);
+  close(first);
+  server.Close();
 }
 
 TEST(SocketArguments, RefusedUnparsableOrBadGiveMinusOne) {
