@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -18,40 +17,39 @@ namespace {
 
 using namespace zu_expression;
 
-// Postfix tokens from a compact text: "v2" is variable 2, "SUM:3" is SUM over 3 arguments,
-// "?27" a token with code 27, anything else a number or a keyword.
-std::vector<SToken> Tokens(const std::string& text) {
-  static const std::string kCodes =
-      " # @ + - * / ^ MOD % AND OR NOT > >= < <= != v 0 ( ) [ ] , SUM AVE MAX _ MIN _ DTOR RTOD "
-      "SQRT SIN COS TAN ASIN ACOS ATAN ABS CABS COSPHI LOG LN EXP ";
-  std::vector<SToken> out;
-  std::istringstream in(text);
-  for (std::string piece; in >> piece;) {
-    SToken tok = {};
-    std::strncpy(tok.m_szName, piece.c_str(), 7);
-    const size_t colon = piece.find(':');
-    const std::string key = piece[0] == 'v'          ? "v"
-                            : std::isdigit(piece[0]) ? "0"
-                                                     : piece.substr(0, colon);
-    const size_t at = kCodes.find(" " + key + " ");
-    tok.m_nType = piece[0] == '?' ? std::stoi(piece.substr(1))
-                                  : std::count(kCodes.begin(), kCodes.begin() + at, ' ');
-    if (colon != std::string::npos || piece[0] == 'v')
-      tok.m_nParam = std::stoi(piece.substr(colon == std::string::npos ? 1 : colon + 1));
-    out.push_back(tok);
+// Tokens and a table of variables, with the program stored behind them. The text is postfix:
+// "v2" is variable 2, "SUM:3" SUM over 3 operands, "_" code 27, else a number or keyword.
+struct Formula {
+  CKAArray<SToken> polish;
+  CKAArray<SVarOperand> table;
+  Formula(const std::string& text, std::vector<double> values, bool store = true) {
+    static const std::string kCodes =
+        " # @ + - * / ^ MOD % AND OR NOT > >= < <= != v 0 ( ) [ ] , SUM AVE MAX _ MIN _ DTOR "
+        "RTOD SQRT SIN COS TAN ASIN ACOS ATAN ABS CABS COSPHI LOG LN EXP ";
+    std::istringstream in(text);
+    for (std::string piece; in >> piece;) {
+      SToken tok = {};
+      std::strncpy(tok.m_szName, piece.c_str(), 7);
+      const size_t colon = piece[0] == 'v' ? 0 : std::min(piece.find(':'), piece.size());
+      const std::string key = std::isdigit(piece[0]) ? "0" : piece.substr(0, colon ? colon : 1);
+      tok.m_nType = std::count(kCodes.begin(), kCodes.begin() + kCodes.find(" " + key + " "), ' ');
+      if (colon < piece.size()) tok.m_nParam = std::stoi(piece.substr(colon + 1));
+      polish.AddBefore(polish.m_nCount, tok);
+    }
+    for (double v : values) table.AddBefore(table.m_nCount, SVarOperand{"X", v});
+    if (store) StoreProgram(polish, table);
   }
-  return out;
-}
-
-std::string List(const std::string& text) {
-  const std::vector<SToken> t = Tokens(text);
-  return ListProgram(t.data(), static_cast<int>(t.size()), 3);
-}
+  std::string List() { return ListProgram(polish.m_pData, polish.m_nCount, 3); }
+  int Evaluate(double& v) { return EvaluatePolish(polish, table.m_nCount, table, v); }
+  int Reference(double& v) {
+    v = 0.0;
+    return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, table.m_nCount, v);
+  }
+};
 
 TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
-  std::string deep;  // 129 values pending at once
-  for (int i = 0; i < 129; ++i) deep += "1 ";
-  for (int i = 0; i < 128; ++i) deep += "+ ";
+  std::string deep = "1";  // 129 values pending at once
+  for (int i = 0; i < 128; ++i) deep = "1 " + deep + " +";
   // clang-format off
   const std::string cases[][2] = {
       {"v1 v2 * v2 v3 * + v3 2 / -",  // fused pairs
@@ -60,95 +58,70 @@ TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
       {"v1 v2 v3 v1 v2 SUM:5 5 /", "VV Add v2 v1\nTVV Add,Add v3 v2\nTVC Add,QuotientOf v1 5\nEnd\n"},
       {"v1 2 ^ v2 2 ^ + SQRT", "V Square v1\nXV Add(Square) v2\nT Sqrt\nEnd\n"},
       {"v1 3 ^ v2 0.5 ^ -", "V Cube v1\nXV Subtract(Root) v2\nEnd\n"},
-      {"v1 v2 MAX:2 v3 1 MIN:2 -", "VV MaxAcc v2 v1\nCV MinAcc 1 v3\nST Subtract\nEnd\n"},
-      {"v1 0 /", "VC Divide v1 0\nEnd\n"},    // a divisor near zero is checked
-      {"1 0 /", "LoadConst 9999999\nEnd\n"},  // folded with the division rule
-      {"4 @ SQRT", "LoadConst -4\nT Sqrt\nEnd\n"},  // a failing operation is kept
+      {"v1 0 /", "VC Divide v1 0\nEnd\n"},  // a divisor near zero is checked
+      {"1 0 / 4 @ SQRT +", "LoadConst -4\nT Sqrt\nCT Add 9999999\nEnd\n"},  // failures kept
       {deep.substr(2, deep.size() - 4), "LoadConst 128\nEnd\n"}, {deep, ""}, {"1 +", ""},
-      {"1 2", ""}, {"v4", ""}, {"v0", ""}, {"1 SUM:2", ""}, {"1 ?27", ""}, {"v1 v2 + SUM:1", ""},
+      {"1 2", ""}, {"v4", ""}, {"v0", ""}, {"1 SUM:2", ""}, {"1 _", ""}, {"v1 v2 + SUM:1", ""},
   };
   // clang-format on
-  for (const auto& c : cases) EXPECT_EQ(List(c[0]), c[1]) << c[0];
+  for (const auto& c : cases) EXPECT_EQ(Formula(c[0], {}, false).List(), c[1]) << c[0];
 }
 
 // Square, Cube and Root give pow(x, 2), pow(x, 3) and pow(x, 0.5) bit for bit.
 TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
-  const auto check = [](double x) {
-    static volatile double exponents[] = {2.0, 3.0, 0.5};  // keeps pow a call
+  // clang-format off
+  std::vector<double> xs = {-0.0, -1.0, 3.0, 1e-300, -1e300, 0x1.0000000000001p64, -HUGE_VAL,
+      0x1.fffffffffffffp-65, std::nan(""), 0x1.6a09e667f3bccp0, 0x1.fffffffffffffp0,
+      0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2};  // beside powers of two
+  // clang-format on
+  std::mt19937_64 rng(7);
+  for (std::uint64_t i = 0, bits = rng(); i < 600000; ++i, bits = rng()) {
+    if (i % 4 != 3) bits = (bits & 0x800fffffffffffffULL) | ((953 + (bits >> 52) % 140) << 52);
+    std::memcpy(&xs.emplace_back(), &bits, sizeof bits);  // mostly moderate magnitudes
+    if (i % 8 == 1) xs.back() = static_cast<double>(bits % 2000001) / 1000.0 - 1000.0;
+  }
+  static volatile double exponents[] = {2.0, 3.0, 0.5};  // keeps pow a call
+  for (double x : xs) {
     const double results[] = {Square(x), Cube(x), Root(x)};
     for (int k = 0; k < 3; ++k) {
       const double expected = std::pow(x, exponents[k]);
       ASSERT_EQ(std::memcmp(&results[k], &expected, sizeof expected), 0) << x << " ^ " << k;
     }
-  };
-  for (double x : {-0.0, -1.0, 3.0, 1e-300, -1e300, 0x1.0000000000001p64, 0x1.fffffffffffffp-65,
-                   -HUGE_VAL, std::nan(""), 0x1.6a09e667f3bccp0, 0x1.fffffffffffffp0,
-                   0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2}) {
-    check(x);
-  }
-  std::mt19937_64 rng(7);
-  for (int i = 0; i < 600000; ++i) {
-    std::uint64_t bits = rng();
-    if (i % 4 != 3) bits = (bits & 0x800fffffffffffffULL) | ((953 + (bits >> 52) % 140) << 52);
-    double x;
-    std::memcpy(&x, &bits, sizeof x);
-    check(i % 8 == 1 ? static_cast<double>(bits % 2000001) / 1000.0 - 1000.0 : x);
   }
 }
-
-// Tokens and a table of variables, with the program stored behind the variables.
-struct Formula {
-  CKAArray<SToken> polish;
-  CKAArray<SVarOperand> table;
-  Formula(const std::string& text, std::vector<double> values) {
-    for (const SToken& t : Tokens(text)) polish.AddBefore(polish.m_nCount, t);
-    for (double v : values) table.AddBefore(table.m_nCount, SVarOperand{"X", v});
-    StoreProgram(polish, table);
-  }
-  int Evaluate(double& v) { return EvaluatePolish(polish, table.m_nCount, table, v); }
-  int Reference(double& v) {
-    v = 0.0;
-    return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, table.m_nCount, v);
-  }
-};
 
 const char* const kPieces[] = {
-    "v1",  "v2",   "v3",   "0",   "1",     "2",     "0.5", "1e2",  // operands
-    "@",   "NOT",  "SQRT", "SIN", "ASIN",  "ABS",   "LOG", "LN",
-    "EXP", "DTOR", "2 ^",  "3 ^", "0.5 ^",  // one operand
-    "+",   "-",    "*",    "/",   "^",     "MOD",   "%",   "AND",
-    "OR",  ">",    "<=",   "!=",  "CABS",  "COSPHI"};  // two operands
+    "v1",  "v2",    "v3",    "0",   "1",    "2",      "0.5",   "1e2",  // operands
+    "@",   "NOT",   "SQRT",  "SIN", "ASIN", "ABS",    "LOG",   "LN",    "EXP",   "DTOR", "2 ^",
+    "3 ^", "0.5 ^", "SUM:1", "+",   "-",    "*",      "/",     "^",     "MOD",   "%",    "AND",
+    "OR",  ">",     "<=",    "!=",  "CABS", "COSPHI", "SUM:3", "AVE:3", "MAX:3", "MIN:3"};
 
-// A random formula in postfix form; with `wild`, some pieces land anywhere.
+// A random formula in postfix form; with `wild`, a piece of any kind may stand anywhere.
 std::string RandomTree(std::mt19937& rng, int depth, bool wild) {
   const unsigned pick = rng() % 8;
-  if (wild && pick == 7) return kPieces[rng() % 35];
-  if (depth == 0 || pick < 2) return kPieces[rng() % 8];
-  if (pick == 2) return RandomTree(rng, depth - 1, wild) + " " + kPieces[8 + rng() % 13];
-  if (pick > 3) {
-    const std::string a = RandomTree(rng, depth - 1, wild);
-    return a + " " + RandomTree(rng, depth - 1, wild) + " " + kPieces[21 + rng() % 14];
-  }
-  const int n = 1 + static_cast<int>(rng() % 4);
-  std::string out;
-  for (int i = 0; i < n; ++i) out += std::string(kPieces[rng() % 8]) + " ";
-  return out + std::string("SUMAVEMAXMIN").substr(3 * (rng() % 4), 3) + ":" + std::to_string(n);
+  const auto piece = [&rng](unsigned from, unsigned n) {
+    return std::string(kPieces[from + rng() % n]);
+  };
+  if (wild && pick == 7) return piece(0, 40);
+  if (depth == 0 || pick < 2) return piece(0, 8);
+  if (pick == 2) return RandomTree(rng, depth - 1, wild) + " " + piece(8, 14);
+  if (pick == 3) return piece(0, 8) + " " + piece(0, 8) + " " + piece(0, 8) + " " + piece(36, 4);
+  const std::string a = RandomTree(rng, depth - 1, wild);
+  return a + " " + RandomTree(rng, depth - 1, wild) + " " + piece(22, 14);
 }
 
-// The stored program, or the fallback for formulas not compiled, gives the token evaluator's
-// result code and bits.
+// The stored program, or the token evaluator for formulas not compiled, gives the token
+// evaluator's result code and bits.
 TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
   std::mt19937 rng(11);
   int compiled = 0;
   for (int i = 0; i < 40000; ++i) {
     const std::string text = RandomTree(rng, 5, i % 2);
-    Formula f(text,
-              {static_cast<double>(rng() % 9) - 4, (static_cast<double>(rng() % 1000) - 500) / 64,
-               std::ldexp(static_cast<double>(rng()), -31) - 1.0});
+    Formula f(text, {rng() % 9 - 4.0, (rng() % 1000 - 500.0) / 64, std::ldexp(rng(), -31) - 1.0});
     double program = 1, tokens = 2;
     ASSERT_EQ(f.Evaluate(program), f.Reference(tokens)) << text;
     ASSERT_EQ(std::memcmp(&program, &tokens, sizeof tokens), 0) << text << " " << program;
-    compiled += !List(text).empty();
+    compiled += !f.List().empty();
   }
   EXPECT_GT(compiled, 15000);
 }
@@ -161,7 +134,7 @@ TEST(ExpressionProgram, NoticesAnEditedTokenAtEveryPositionOfEveryLength) {
     for (int n = count % 2 ? 1 : 2; n < count; n += 2) text += " 2 +";
     Formula f(text, {1.5, 4.0});
     ASSERT_EQ(f.polish.m_nCount, count);
-    double original = 0;
+    double original = 0, edited = 0, tokens = 0;
     ASSERT_EQ(f.Evaluate(original), 1);
     for (int i = 0; i < count; ++i) {
       SToken& tok = f.polish.m_pData[i];
@@ -170,7 +143,6 @@ TEST(ExpressionProgram, NoticesAnEditedTokenAtEveryPositionOfEveryLength) {
       if (tok.m_nType == kVariable) tok.m_nParam = 2;
       if (tok.m_nType == kAdd) tok.m_nType = kSubtract;
       if (tok.m_nType == kNegate) tok.m_nType = kAbs;
-      double edited = 0, tokens = 0;
       ASSERT_EQ(f.Evaluate(edited), 1);
       ASSERT_EQ(f.Reference(tokens), 1);
       EXPECT_EQ(edited, tokens) << text << ", token " << i;
