@@ -93,9 +93,7 @@ const char* const kPieces[] = {
 // A random formula in postfix form; with `wild`, a piece of any kind may stand anywhere.
 std::string RandomTree(std::mt19937& rng, int depth, bool wild) {
   const unsigned pick = rng() % 8;
-  const auto piece = [&rng](unsigned from, unsigned n) {
-    return std::string(kPieces[from + rng() % n]);
-  };
+  const auto piece = [&](unsigned at, unsigned n) { return std::string(kPieces[at + rng() % n]); };
   if (wild && pick == 7) return piece(0, 40);
   if (depth == 0 || pick < 2) return piece(0, 8);
   if (pick == 2) return RandomTree(rng, depth - 1, wild) + " " + piece(8, 14);
