@@ -102,8 +102,7 @@ std::string RandomTree(std::mt19937& rng, int depth, bool wild) {
   return a + " " + RandomTree(rng, depth - 1, wild) + " " + piece(22, 14);
 }
 
-// The stored program, or the token evaluator for formulas not compiled, gives the token
-// evaluator's result code and bits.
+// The stored program, or the fallback where none is stored, gives the token evaluator's bits.
 TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
   std::mt19937 rng(11);
   int compiled = 0;

@@ -13,7 +13,6 @@
 
 namespace {
 
-// The postfix token texts, separated by single blanks.
 std::string Postfix(const CKAExpression& e) {
   std::string out;
   for (int i = 0; i < e.m_arPolish.m_nCount; ++i)
@@ -21,52 +20,46 @@ std::string Postfix(const CKAExpression& e) {
   return out;
 }
 
-double Eval(CKAExpression& e, int expected_rc = 1) {
-  double v = -123.0;
-  EXPECT_EQ(e.Evaluate(v), expected_rc);
-  return v;
-}
-
 // Declared first: eight threads construct the process's first objects at once (the shared
-// keyword dictionary must still be filled exactly once), and each analyses every text in
-// turn: Analysis's result code and postfix form, then Evaluate's result code and value with
-// A=2, B=3 and A1..A3 = 2..4 set by name.
+// keyword dictionary filled once); each analyses the texts in turn and checks the result code,
+// postfix form, and Evaluate's result code and value with A=2, B=3, A1..A3 = 2..4 set by name.
+// A new text forgets the old variables and values; after -4 the partial postfix stays.
 TEST(CKAExpression, PostfixFormsResultsAndStatesOfTheLanguagesPeculiarities) {
   // clang-format off
   const struct { const char* text; int rc; const char* postfix; int eval_rc; double value; }
   cases[] = {
-      {nullptr, -5, "", -1, 0}, {"A+B*3", 1, "A B 3 * +", 1, 11},
-      {nullptr, -5, "A B 3 * +", 1, 11}, {"Y*3", 1, "Y 3 *", 1, 0},  // old value forgotten
-      {"(Y*3)=3", -4, "Y 3 *", -1, 0},    // partial postfix kept, no variables
-      {"2^3^2", 1, "2 3 ^ 2 ^", 1, 64}, {"@2^2", 1, "2 2 ^ @", 1, -4}, {"-3", 1, "3 -", -1, 0},
-      {"pressure1*C_PI", 1, "PRESSUR 3.14159 *", 1, 0}, {"((A))", -1, "", -1, 0},
-      {"1+2)", 1, "1 2 +", 1, 3}, {"1)", -1, "", -1, 0}, {"(1+2]", 1, "1 2 +", 1, 3},
-      {"5=", 1, "5", 1, 5}, {"1+2=", 1, "1 2", -1, 0}, {"1+2=3", -4, "1 2", -1, 0},
-      {"A>1 AND B<2", 1, "A 1 > B AND 2 <", 1, 1}, {"3 CABS 4", 1, "3 4 CABS", 1, 5},
-      {"SIN A+1", 1, "A SIN 1 +", 1, std::sin(2.0) + 1}, {"CABS(3,4)", -1, "", -1, 0},
-      {"SUM(,A,,B,)", 1, "A B SUM", 1, 5}, {"ABS(1,2)", 1, "1 2 ABS", -1, 0},
-      {"2+SUM()", 1, "2 SUM +", 1, 2}, {"AVE[C_PI]*2", 1, "A1 A2 A3 AVE 2 *", 1, 6},
-      {"SUM[65]", 1, nullptr, 1, 9}, {"SUM[66]", -1, "", -1, 0}, {"0/0", 1, "0 0 /", 1, 0},
-      {"7 MOD 2", 1, "7 2 MOD", 1, 3}, {"7 MOD 0", 1, "7 0 MOD", 1, 7},
+      {nullptr, -5, "", -1, 0}, {"A+B*3", 1, "A B 3 * +", 1, 11}, {nullptr, -5, "A B 3 * +", 1, 11},
+      {"Y*3", 1, "Y 3 *", 1, 0}, {"(Y*3)=3", -4, "Y 3 *", -1, 0},
+      {"SIN A+1", 1, "A SIN 1 +", 1, std::sin(2.0) + 1}, {"2^3^2", 1, "2 3 ^ 2 ^", 1, 64},
+      {"pressure1*C_PI", 1, "PRESSUR 3.14159 *", 1, 0}, {"A>1 AND B<2", 1, "A 1 > B AND 2 <", 1, 1},
+      {"@2^2", 1, "2 2 ^ @", 1, -4}, {"(1+2]", 1, "1 2 +", 1, 3}, {"1+2=3", -4, "1 2", -1, 0},
+      {"1+2)", 1, "1 2 +", 1, 3}, {"1+2=", 1, "1 2", -1, 0}, {"((A))", -1, "", -1, 0},
+      {"-3", 1, "3 -", -1, 0}, {"1)", -1, "", -1, 0}, {"5=", 1, "5", 1, 5},
       {"(@9999999*999) MOD (@1)", 1, "9999999 999 * @ 1 @ MOD", 1, INT_MIN},
-      {"(@1)/0", 1, "1 @ 0 /", 1, 9999999}, {"LN(100)", 1, "100 LN", 1, 2},
-      {"LOG(C_E)", 1, "2.71828 LOG", 1, std::log(2.71828)}, {"LN(0)", 1, "0 LN", 1, -INFINITY},
-      {"SQRT(@1)+", 1, "1 @ SQRT +", -2, 0}, {"ASIN(2)", 1, "2 ASIN", -1, 0},
-      {"0.5 AND 1", 1, "0.5 1 AND", 1, 0}, {"COSPHI 3 4", 1, "3 4 COSPHI", 1, 0.8},
-      {"DTOR(180)", 1, "180 DTOR", 1, 180 * 0.017453292519944444},
-      {"(@1)^0.5>=0", 1, "1 @ 0.5 ^ 0 >=", 1, 0}, {"(@1)^0.5!=0", 1, "1 @ 0.5 ^ 0 !=", 1, 1},
+      {"DTOR(180)", 1, "180 DTOR", 1, 180 * 0.017453292519944444}, {"2+SUM()", 1, "2 SUM +", 1, 2},
+      {"LOG(C_E)", 1, "2.71828 LOG", 1, std::log(2.71828)}, {"COSPHI 3 4", 1, "3 4 COSPHI", 1, 0.8},
+      {"AVE[C_PI]*2", 1, "A1 A2 A3 AVE 2 *", 1, 6}, {"(@1)^0.5>=0", 1, "1 @ 0.5 ^ 0 >=", 1, 0},
+      {"(@1)^0.5!=0", 1, "1 @ 0.5 ^ 0 !=", 1, 1}, {"SQRT(@1)+", 1, "1 @ SQRT +", -2, 0},
+      {"(@1)/0", 1, "1 @ 0 /", 1, 9999999}, {"SUM(,A,,B,)", 1, "A B SUM", 1, 5},
+      {"0.5 AND 1", 1, "0.5 1 AND", 1, 0}, {"LN(0)", 1, "0 LN", 1, -INFINITY},
+      {"3 CABS 4", 1, "3 4 CABS", 1, 5}, {"ABS(1,2)", 1, "1 2 ABS", -1, 0},
+      {"7 MOD 2", 1, "7 2 MOD", 1, 3}, {"7 MOD 0", 1, "7 0 MOD", 1, 7}, {"SUM[66]", -1, "", -1, 0},
+      {"ASIN(2)", 1, "2 ASIN", -1, 0}, {"LN(100)", 1, "100 LN", 1, 2}, {"CABS(3,4)", -1, "", -1, 0},
+      {"SUM[65]", 1, nullptr, 1, 9}, {"0/0", 1, "0 0 /", 1, 0},
   };
   // clang-format on
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([&cases] {
+  std::vector<std::thread> threads(8);
+  for (std::thread& thread : threads) {
+    thread = std::thread([&cases] {
       CKAExpression e;
       for (const auto& c : cases) {
         EXPECT_EQ(e.Analysis(c.text), c.rc) << (c.text ? c.text : "null");
         EXPECT_EQ(Postfix(e), c.postfix ? c.postfix : Postfix(e)) << c.text;
         e.SetVarValue("A", 2), e.SetVarValue("B", 3);
         for (int k = 1; k <= 3; ++k) e.SetVarValue(("A" + std::to_string(k)).c_str(), k + 1);
-        EXPECT_EQ(Eval(e, c.eval_rc), c.value) << (c.text ? c.text : "null");
+        double v = -123.0;
+        EXPECT_EQ(e.Evaluate(v), c.eval_rc) << (c.text ? c.text : "null");
+        EXPECT_EQ(v, c.value) << (c.text ? c.text : "null");
       }
     });
   }
@@ -74,18 +67,18 @@ TEST(CKAExpression, PostfixFormsResultsAndStatesOfTheLanguagesPeculiarities) {
   EXPECT_EQ(CKAExpression::m_sTokenDict.GetCount(), 43);
 }
 
-// Binaries built against earlier headers call the library's exported setter; it must behave
-// as the inline one does.
+// Binaries built against older headers call the exported setter: it behaves as the inline one.
 TEST(CKAExpression, ExportedSetterBehavesAsTheInlineOne) {
-  using Setter = int (*)(CKAExpression*, int, double);
-  const auto exported =
-      reinterpret_cast<Setter>(dlsym(RTLD_DEFAULT, "_ZN13CKAExpression11SetVarValueEid"));
+  const auto exported = reinterpret_cast<int (*)(CKAExpression*, int, double)>(
+      dlsym(RTLD_DEFAULT, "_ZN13CKAExpression11SetVarValueEid"));
   ASSERT_NE(exported, nullptr);
   CKAExpression e;
   ASSERT_EQ(e.Analysis("X-Y"), 1);
   for (int index : {-1, 0, 3, INT_MIN}) EXPECT_EQ(exported(&e, index, 9.0), -1);
   EXPECT_EQ(exported(&e, 1, 5.0) + exported(&e, 2, 1.5), 2);
-  EXPECT_EQ(Eval(e), 3.5);
+  double v = 0;
+  EXPECT_EQ(e.Evaluate(v), 1);
+  EXPECT_EQ(v, 3.5);
   EXPECT_EQ(e.SetVarValue(static_cast<const char*>(nullptr), 1.0), -1);
 }
 
