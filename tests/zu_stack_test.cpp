@@ -16,7 +16,7 @@ TEST(CKAStack, RefusesWhenFullAndGrowsWithoutCapacity) {
       const bool moves = i > 0 && (i & (i - 1)) == 0;  // a growing block moves at 1, 2, 4, 8, 16
       pushed += stack.Push(moves ? stack.m_pData[0] : CKAString('a', i + 1));
     }
-    CKAString item;
+    CKAString item;  // pops into item until the stack is empty, which leaves it
     std::string popped;
     while (stack.Pop(item)) popped += std::to_string(item.GetLength()) + " ";
     EXPECT_EQ(std::to_string(pushed) + ": " + popped + item.GetBuf(),
