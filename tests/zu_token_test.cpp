@@ -6,16 +6,14 @@
 
 // strtok rules on a private copy; one object throughout, so its buffer must grow for the long
 // text. A delimiter set keeps its first 63 distinct bytes: all 3 of 202 bytes, 63 of 100.
-// Rows: text, delimiters (null: space, tab, line feed), the tokens joined with '|'.
 TEST(CKAToken, SplitsLikeStrtokAndKeeps63DistinctDelimiters) {
   const std::string half(150, 'a'), longText = half + " " + half, longTokens = half + "|" + half;
   const std::string repeated = std::string(200, ',') + ";:";
   std::string many;
   for (int c = 1; c <= 100; ++c) many += static_cast<char>(c);
   const char* const cases[][3] = {{longText.c_str(), " ", longTokens.c_str()},
-                                  {"a  b,c", ", ", "a|b|c"},
+                                  {",a  b,c,", ", ", "a|b|c"},
                                   {"x\ty\nz", nullptr, "x|y|z"},
-                                  {",,a,,", ",", "a"},
                                   {"a,b", "", "a,b"},
                                   {nullptr, ",", ""},
                                   {"a,b;c:d", repeated.c_str(), "a|b|c|d"},
