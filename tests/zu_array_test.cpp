@@ -26,8 +26,7 @@ TEST(CKAArray, GrowsClampsIndexesAndResizesSafely) {
   EXPECT_EQ(a[3], 0);
 }
 
-// CKAString elements own heap text: each shift and copy copies it once (run under ASan), also
-// when the inserted item is an element of the array itself.
+// CKAString elements own heap text (run under ASan), also when inserting one of the array's own.
 TEST(CKAArray, InsertsItsOwnElementsRefusesBadPositionsAndCopiesDeeply) {
   CKAArray<CKAString> a, copy;
   for (const char* s : {"a", "b", "c", "d"}) a.AddBefore(a.m_nCount, s);

@@ -27,7 +27,7 @@ TEST(CKADict, KeepsFirstValuesRefusesNullKeysKeepsBucketsTogetherAndCopiesDeeply
   }
   EXPECT_EQ(added + " " + keys + found, "11111000 a i q b () i a 1 3 5 4 - - - 2 - ");
   const CKADict<int> wide(1000003);
-  const std::string big(6000, '\xff');  // 255 * 6000 * 6001 / 2 wraps at 2^32
+  const std::string big(6000, '\xff');  // the sum, 255 * 6000 * 6001 / 2, wraps at 2^32
   EXPECT_EQ(wide.GetHashKey("A\xc8") + wide.GetHashKey(nullptr), 465u);  // 65 + 200 * 2
   EXPECT_EQ(wide.GetHashKey(big.c_str()), (255ull * 6000 * 6001 / 2) % (1ull << 32) % 1000003);
 }
