@@ -22,17 +22,7 @@
 #include <thread>
 #include <vector>
 
-#include "zu_string.h"
-
 namespace zutest {
-
-// Container elements as text, for comparing a whole container at once.
-inline std::string Text(int v) {
-  return std::to_string(v);
-}
-inline std::string Text(const CKAString& v) {
-  return v.GetBuf();
-}
 
 // The whole file as bytes; "" when it cannot be read.
 inline std::string ReadFile(const std::string& path) {
@@ -144,15 +134,6 @@ inline int WaitChild(pid_t pid) {
 template <typename Body>
 int InChild(Body body) {
   return WaitChild(StartChild(body));
-}
-
-// Everything that can be read from fd until end of file; fd is closed afterwards.
-inline std::string ReadToEnd(int fd) {
-  std::string text;
-  char buf[256];
-  for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) text.append(buf, static_cast<size_t>(n));
-  close(fd);
-  return text;
 }
 
 // Sets the process time zone (a POSIX TZ text such as "EST5EDT,M3.2.0,M11.1.0").
