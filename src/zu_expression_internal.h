@@ -277,6 +277,12 @@ int RunTokens(const SToken* tokens, int count, const SVarOperand* vars, int var_
 int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
                    const CKAArray<SVarOperand>& table, double& result);
 
+// True when this processor runs the build of Evaluate that compares the tokens 32 bytes at a
+// time (x86-64 with AVX2). EvaluatePolishWide is that build; call it only when this is true.
+bool HasWideCheck();
+int EvaluatePolishWide(const CKAArray<SToken>& polish, int var_count,
+                       const CKAArray<SVarOperand>& table, double& result);
+
 // Compiles polish, if its stack use is regular, and stores the program in the spare slots of
 // table behind its m_nCount variables (growing its storage when needed).
 void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table);

@@ -39,6 +39,7 @@ struct Formula {
   }
   std::string List() { return ListProgram(polish.m_pData, polish.m_nCount, 3); }
   int Evaluate(double& v) { return EvaluatePolish(polish, table.m_nCount, table, v); }
+  int EvaluateWide(double& v) { return EvaluatePolishWide(polish, table.m_nCount, table, v); }
   int Reference(double& v) {  // v stays as it is on failure
     return RunTokens(polish.m_pData, polish.m_nCount, table.m_pData, table.m_nCount, v);
   }
@@ -105,6 +106,7 @@ std::string RandomTree(std::mt19937& rng, int depth, bool wild) {
 // The stored program, or the fallback where none is stored, gives the token evaluator's bits.
 TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
   std::mt19937 rng(11);
+  const bool wide = HasWideCheck();
   int compiled = 0;
   for (int i = 0; i < 40000; ++i) {
     const std::string text = RandomTree(rng, 5, i % 2);
@@ -112,14 +114,20 @@ TEST(ExpressionProgram, GivesTheTokenEvaluatorsResults) {
     double program = 1, tokens = 0;
     ASSERT_EQ(f.Evaluate(program), f.Reference(tokens)) << text;
     ASSERT_EQ(std::memcmp(&program, &tokens, sizeof tokens), 0) << text << " " << program;
+    if (wide) {
+      ASSERT_EQ(f.EvaluateWide(program), f.Reference(tokens)) << text;
+      ASSERT_EQ(std::memcmp(&program, &tokens, sizeof tokens), 0) << text << " " << program;
+    }
     compiled += !f.List().empty();
   }
   EXPECT_GT(compiled, 15000);
 }
 
 // Whatever the length of the formula and wherever the edit, a token changed after the
-// program was stored is noticed: the result is the token evaluator's, not the program's.
+// program was stored is noticed by both builds of the check: the result is the token
+// evaluator's, not the program's.
 TEST(ExpressionProgram, NoticesAnEditedTokenAtEveryPositionOfEveryLength) {
+  const bool wide = HasWideCheck();
   for (int count = 1; count <= 21; ++count) {
     std::string text = count % 2 ? "v1" : "v1 @";
     for (int n = count % 2 ? 1 : 2; n < count; n += 2) text += " 2 +";
@@ -135,6 +143,23 @@ TEST(ExpressionProgram, NoticesAnEditedTokenAtEveryPositionOfEveryLength) {
       if (tok.m_nType == kNegate) tok.m_nType = kAbs;
       ASSERT_EQ(f.Evaluate(edited), f.Reference(tokens));
       EXPECT_TRUE(edited == tokens && edited != original) << text << ", token " << i;
+      if (wide) {
+        ASSERT_EQ(f.EvaluateWide(edited), f.Reference(tokens));
+        EXPECT_TRUE(edited == tokens && edited != original) << text << ", wide, token " << i;
+      }
+      // The same edit made to the program's copy of the tokens (behind the header slot) goes
+      // unnoticed: the program itself ran, with the original result.
+      unsigned char* copy =
+          reinterpret_cast<unsigned char*>(f.table.m_pData + f.table.m_nCount + 1) + 20 * i;
+      const SToken edit = tok;
+      std::memcpy(copy, &edit, sizeof(edit));
+      ASSERT_EQ(f.Evaluate(edited), 1);
+      EXPECT_EQ(edited, original) << text << ", token " << i;
+      if (wide) {
+        ASSERT_EQ(f.EvaluateWide(edited), 1);
+        EXPECT_EQ(edited, original) << text << ", wide, token " << i;
+      }
+      std::memcpy(copy, &kept, sizeof(kept));
       tok = kept;
     }
   }
