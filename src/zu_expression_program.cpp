@@ -40,16 +40,16 @@
 //
 // The exact-power rule. pow(x, 2) is not always x * x (about one input in a thousand
 // differs), nor pow(x, 0.5) sqrt(x). glibc's pow is within 0.511 units in the last place
-// (ULP) of the exact result plus |y log x| * 1.5 * 2^-15 ULP from its logarithm (its stated
-// bounds: exp 0.511 ULP, log 1.5 * 2^-68 relative), below 0.518 ULP for |x| in
-// [2^-64, 2^64] and y <= 3; on 60 million inputs it was never beyond 0.508. So when the exact
-// result lies within 0.48 ULP of a double p, and p's neighbours are a whole unit away (p is
-// not a power of two), pow cannot return anything but p. The rule finds the distance of p to
-// the exact result exactly: for squares and square roots from the product of the integer
-// significands (64-bit integer arithmetic on every target), for cubes in double-double
-// arithmetic (exact to about 2^-48 ULP, with a fused multiply-add where the target has one),
-// and calls pow in every other case (about one input in 25, and out-of-range, zero, infinite
-// or NaN arguments).
+// (ULP) of the exact result plus |y ln x| * 1.5 * 2^-15 ULP from its logarithm (its stated
+// bounds: exp 0.511 ULP, log 1.5 * 2^-68 relative); on 60 million inputs it was never beyond
+// 0.508. So when the exact result lies closer to a double p than 0.5 ULP less pow's excess
+// (the limits below, lower for large and tiny arguments, whose logarithm is larger), and p's
+// other neighbour is a whole unit away, pow cannot return anything but p. The rule finds the
+// distance of p to the exact result exactly: for squares and square roots from the product
+// of the integer significands (64-bit integer arithmetic on every target), for cubes in
+// double-double arithmetic (exact to about 2^-48 ULP, with a fused multiply-add where the
+// target has one), and calls pow in every other case (about one input in 40 for arguments
+// between 2^-8 and 2^8, and out-of-range, zero, infinite or NaN arguments).
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -69,7 +69,14 @@ namespace {
 
 // ---- The exact-power rule ----
 
-constexpr double kExactUnits = 0.48;
+// How close to a double p the exact result must lie, in ULP, for pow to return p: 0.5 less
+// pow's worst excess, 0.011 + |y ln x| * 1.5 * 2^-15, with a margin. Near: |x| in [2^-8, 2^8)
+// (|ln x| < 5.55); far: in [2^-64, 2^64) (|ln x| < 44.4); beyond, pow is called. Squares take
+// one limit: telling near from far costs more than the calls of pow it saves.
+constexpr double kSquareUnits = 0.484;  // y = 2, near or far: excess below 0.01507
+constexpr double kCubeNear = 0.4875;    // y = 3: below 0.01177
+constexpr double kCubeFar = 0.482;      // below 0.01710
+constexpr double kRootUnits = 0.4875;   // y = 0.5, near or far: below 0.01202
 
 std::uint64_t Bits(double x) {
   std::uint64_t b;
@@ -86,14 +93,13 @@ double FromBits(std::uint64_t b) {
 constexpr std::uint64_t kSignificand = 0x000fffffffffffffULL;
 constexpr std::uint64_t kImplicitBit = 1ULL << 52;
 
-// True when the exact value p + error lies within kExactUnits units in the last place of p
-// (a normal double) and p is not a power of two, whose lower neighbour is only half a unit
-// away.
-bool IsExact(double p, double error) {
+// True when the exact value p + error lies within units ULP of p (a normal double) and p is
+// not a power of two, whose lower neighbour is only half a unit away.
+bool IsExact(double p, double error, double units) {
   const std::uint64_t bits = Bits(p);
   if ((bits & kSignificand) == 0) return false;
   const double unit = FromBits((bits & 0x7ff0000000000000ULL) - (52ULL << 52));
-  return std::fabs(error) <= kExactUnits * unit;
+  return std::fabs(error) <= units * unit;
 }
 
 // The rounding error of a * b (a * b - fl(a * b)): one fused multiply-add where the target
@@ -109,52 +115,65 @@ double ProductError(double a, double b, double product) {
 #endif
 }
 
-// 2^-64 <= |x| < 2^64, from x's bits: its biased exponent lies in [959, 1087).
-bool InRange(std::uint64_t bits) {
-  return ((bits >> 52) & 0x7ff) - 959 < 128;  // unsigned: also false below 959
+// x's biased exponent.
+unsigned Exponent(std::uint64_t bits) {
+  return static_cast<unsigned>(bits >> 52) & 0x7ff;
 }
 
-// t / 2^64 is the part of a unit in the last place by which an exact result exceeds the
-// double below it. True when the result lies within kExactUnits of that double or the next.
-bool NearWhole(std::uint64_t t) {
-  constexpr std::uint64_t kBelow = 0x7ae147ae147ae147ULL;  // 0.48 * 2^64, rounded down
-  constexpr std::uint64_t kAbove = 0x851eb851eb851eb9ULL;  // 0.52 * 2^64, rounded up
-  return t <= kBelow || t >= kAbove;
+// 2^-64 <= |x| < 2^64: the biased exponent e lies in [959, 1087).
+bool InRange(unsigned e) {
+  return e - 959 < 128;  // unsigned: also false below 959
+}
+
+// 2^-8 <= |x| < 2^8.
+bool IsNear(unsigned e) {
+  return e - 1015 < 16;
+}
+
+// units ULP as a 64-bit fraction of one ULP, rounded down.
+constexpr std::uint64_t Fraction(double units) {
+  return static_cast<std::uint64_t>(units * 0x1p64);
 }
 
 // The square of x's 53-bit significand m has 105 or 106 bits; p = x * x keeps the top 53, so
-// the low 64 bits of m * m hold the 52 or 53 bits rounded off.
+// the low 64 bits of m * m hold the 52 or 53 bits rounded off: t / 2^64 is the part of a ULP
+// (of the exact square's own binade) by which the exact square exceeds the double below it.
+// p is the nearer of that double and the next. When p is a power of two reached by rounding
+// up, its other neighbour is two ULP of that binade away, so no further check is needed.
 [[gnu::always_inline]] inline double ExactSquare(double x) {
   const std::uint64_t bits = Bits(x);
   const double p = x * x;
-  if (InRange(bits) && (Bits(p) & kSignificand) != 0) {  // p is no power of two
+  if (InRange(Exponent(bits))) {
     const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
-    const unsigned dropped = m >= 0x16a09e667f3bcdULL ? 53 : 52;  // m * m >= 2^105
-    if (NearWhole((m * m) << (64 - dropped))) return p;
+    const unsigned kept = m >= 0x16a09e667f3bcdULL ? 11 : 12;  // m * m >= 2^105: 53 dropped
+    const std::uint64_t t = (m * m) << kept;
+    const std::uint64_t distance = std::min(t, 0 - t);  // to p, in 2^-64 ULP
+    if (distance <= Fraction(kSquareUnits)) return p;
   }
   return SystemPow(x, 2.0);
 }
 
 [[gnu::always_inline]] inline double ExactCube(double x) {
-  if (!InRange(Bits(x))) return SystemPow(x, 3.0);
+  const unsigned e = Exponent(Bits(x));
+  if (!InRange(e)) return SystemPow(x, 3.0);
   const double square = x * x;
   const double square_error = ProductError(x, x, square);
   const double p = square * x;
   // x^3 = square * x + square_error * x; round it once more to the nearest double.
   const double error = ProductError(square, x, p) + square_error * x;
   const double nearest = p + error;
-  if (IsExact(nearest, error - (nearest - p))) return nearest;
+  if (IsExact(nearest, error - (nearest - p), IsNear(e) ? kCubeNear : kCubeFar)) return nearest;
   return SystemPow(x, 3.0);
 }
 
 // s = sqrt(x) is correctly rounded; with u the unit in the last place of s and ms its
 // significand, x = s * s + r * u * u for an integer r (|r| <= ms + 1), and the exact root is
-// s + r / (2 ms) units (to 2^-50 units): within kExactUnits when 25 |r| <= 24 ms.
+// s + r / (2 ms) units (to 2^-50 units): within kRootUnits (0.4875) when 40 |r| <= 39 ms.
 [[gnu::always_inline]] inline double ExactRoot(double x) {
   const std::uint64_t bits = Bits(x);
   const double s = std::sqrt(x);
   const std::uint64_t root = Bits(s);
-  if (InRange(bits) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
+  if (InRange(Exponent(bits)) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
     const std::uint64_t mx = (bits & kSignificand) | kImplicitBit;
     const std::uint64_t ms = (root & kSignificand) | kImplicitBit;
     const int shift = static_cast<int>((bits >> 52) & 0x7ff) -
@@ -162,7 +181,8 @@ bool NearWhole(std::uint64_t t) {
     // Modulo 2^64, which holds r exactly as a signed value.
     const std::uint64_t r = (mx << shift) - ms * ms;
     const std::uint64_t magnitude = r >> 63 ? 0 - r : r;
-    if (magnitude * 25 <= ms * 24) return s;
+    static_assert(kRootUnits * 80 == 39, "40 |r| <= 39 ms is |r| / (2 ms) <= kRootUnits");
+    if (magnitude * 40 <= ms * 39) return s;
   }
   return SystemPow(x, 0.5);
 }

@@ -69,7 +69,10 @@ TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
 TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
   // clang-format off
   std::vector<double> xs = {-0.0, 3.0, 1e-300, -1e300, -HUGE_VAL, std::nan(""), 0x1.fffffffffffffp0,
-      0x1.6a09e667f3bccp0, 0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2};
+      0x1.6a09e667f3bccp0, 0x1.0000000800000p0, 0x1.fffffffffffffp1, 0x1.0000000000001p2,
+      // squares that round to a power of two, and the ends of the ranges with their own limits
+      0x1.6a09e667f3bcdp0, 0x1.6a09e667f3bcbp-20, 0x1.6a09e667f3bcdp70, 0x1p8,
+      0x1.fffffffffffffp7, 0x1p-8, 0x1.fffffffffffffp-9, 0x1.fffffffffffffp63, 0x1p64};
   // clang-format on
   std::mt19937_64 rng(7);
   for (std::uint64_t i = 0, bits = rng(); i < 600000; ++i, bits = rng()) {
