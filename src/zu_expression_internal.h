@@ -225,9 +225,11 @@ inline bool IsListCode(int code) {
     case kRemainder:
       return Remainder(a, b);
     case kAnd:
-      return Truth(IsTrue(a) && IsTrue(b));
-    case kOr:
-      return Truth(IsTrue(a) || IsTrue(b));
+      return Truth(IsTrue(a)) * Truth(IsTrue(b));  // no branch on the data: it is random
+    case kOr: {                                    // 0 or 1 each: exact arithmetic
+      const double x = Truth(IsTrue(a)), y = Truth(IsTrue(b));
+      return x + y - x * y;
+    }
     case kGreater:
       return Truth(a > b);
     case kGreaterEqual:

@@ -82,6 +82,30 @@ TEST(CKAExpression, ExportedSetterBehavesAsTheInlineOne) {
   EXPECT_EQ(e.SetVarValue(static_cast<const char*>(nullptr), 1.0), -1);
 }
 
+// AND, OR and NOT count a value as true when its magnitude is at least 1 (NaN is false), and
+// give exactly 1.0 or +0.0, whether compiled or run token by token (an edited token).
+TEST(CKAExpression, LogicTakesMagnitudesOfOneAsTrueAndGivesOneOrPositiveZero) {
+  const double values[] = {0.0, -0.0, 0.5, -1.0, 2.0, NAN, -INFINITY};
+  for (const char* text : {"A AND B", "A OR B", "NOT(A)"}) {
+    for (bool edited : {false, true}) {
+      CKAExpression e;
+      ASSERT_EQ(e.Analysis(text), 1);
+      if (edited) e.m_arPolish.m_pData[0].m_szName[0] = 'Q';  // A's text: unread, yet compared
+      for (double a : values) {
+        for (double b : values) {
+          e.SetVarValue(1, a);
+          e.SetVarValue(2, b);
+          const bool ta = std::fabs(a) >= 1, tb = std::fabs(b) >= 1;
+          const bool truth = text[2] == 'A' ? ta && tb : text[2] == 'O' ? ta || tb : !ta;
+          double v = -1;
+          ASSERT_EQ(e.Evaluate(v), 1);
+          EXPECT_TRUE(v == (truth ? 1.0 : 0.0) && !std::signbit(v)) << text << " " << a << " " << b;
+        }
+      }
+    }
+  }
+}
+
 // Huge, deep (more than 128 pending values) and random texts get documented result codes.
 TEST(CKAExpression, HugeDeepAndRandomTexts) {
   CKAExpression e;
