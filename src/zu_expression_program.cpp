@@ -117,7 +117,7 @@ double ProductError(double a, double b, double product) {
 
 // x's biased exponent.
 unsigned Exponent(std::uint64_t bits) {
-  return static_cast<unsigned>(bits >> 52) & 0x7ff;
+  return static_cast<unsigned>((bits << 1) >> 53);  // the sign shifted out
 }
 
 // 2^-64 <= |x| < 2^64: the biased exponent e lies in [959, 1087).
@@ -147,8 +147,9 @@ constexpr std::uint64_t Fraction(double units) {
     const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
     const unsigned kept = m >= 0x16a09e667f3bcdULL ? 11 : 12;  // m * m >= 2^105: 53 dropped
     const std::uint64_t t = (m * m) << kept;
-    const std::uint64_t distance = std::min(t, 0 - t);  // to p, in 2^-64 ULP
-    if (distance <= Fraction(kSquareUnits)) return p;
+    // t <= limit or t >= 2^64 - limit, in one unsigned comparison.
+    constexpr std::uint64_t kLimit = Fraction(kSquareUnits);
+    if (t + kLimit <= 2 * kLimit) return p;
   }
   return SystemPow(x, 2.0);
 }
