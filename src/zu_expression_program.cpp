@@ -48,8 +48,8 @@
 // distance of p to the exact result exactly: for squares and square roots from the product
 // of the integer significands (64-bit integer arithmetic on every target), for cubes in
 // double-double arithmetic (exact to about 2^-48 ULP, with a fused multiply-add where the
-// target has one), and calls pow in every other case (about one input in 40 for arguments
-// between 2^-8 and 2^8, and out-of-range, zero, infinite or NaN arguments).
+// target has one), and calls pow in every other case (about one square in 31, one root or cube
+// in 40 between 2^-8 and 2^8, and out-of-range, zero, infinite or NaN arguments).
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -1044,7 +1044,7 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
 
 bool HasWideCheck() {
 #ifdef ZU_WIDE_CHECK
-  __builtin_cpu_init();
+  __builtin_cpu_init();  // the resolver may run before any constructor
   return __builtin_cpu_supports("avx2");
 #else
   return false;
@@ -1072,9 +1072,8 @@ int EvaluatePolishWide(const CKAArray<SToken>& polish, int var_count,
 extern "C" {
 typedef int ZuEvaluate(CKAExpression*, double&);
 [[gnu::visibility("hidden"), gnu::used]] ZuEvaluate* zu_resolve_evaluate() {
-  __builtin_cpu_init();  // resolvers may run before any constructor
-  return __builtin_cpu_supports("avx2") ? zu_expression::EvaluateWide
-                                        : zu_expression::EvaluateNarrow;
+  return zu_expression::HasWideCheck() ? zu_expression::EvaluateWide
+                                       : zu_expression::EvaluateNarrow;
 }
 }
 asm(".globl _ZN13CKAExpression8EvaluateERd\n"
