@@ -140,6 +140,9 @@ double SystemPow(double x, double y);
 double Square(double x);
 double Cube(double x);
 double Root(double x);
+// The same with a fused multiply-add: call them only when HasWideCheck() is true.
+double FusedSquare(double x);
+double FusedCube(double x);
 
 // ASIN and ACOS fail with -1 outside [-1, 1]; SQRT, LOG and LN fail with -2 below 0.
 inline int CheckDomain(int code, double x) {
@@ -280,7 +283,8 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
                    const CKAArray<SVarOperand>& table, double& result);
 
 // True when this processor runs the build of Evaluate that compares the tokens 32 bytes at a
-// time (x86-64 with AVX2). EvaluatePolishWide is that build; call it only when this is true.
+// time and computes exact powers with a fused multiply-add (x86-64 with AVX2 and FMA).
+// EvaluatePolishWide is that build; call it only when this is true.
 bool HasWideCheck();
 int EvaluatePolishWide(const CKAArray<SToken>& polish, int var_count,
                        const CKAArray<SVarOperand>& table, double& result);

@@ -28,10 +28,13 @@
 //   count and the variable count it was made for) matches the object, the table's storage
 //   still holds the whole program, and the tokens equal their copy: the first 16 bytes of
 //   each (text, code and count, all that evaluation reads), or on x86-64 processors with AVX2
-//   all their bytes, 32 at a time. Loads bound this comparison, and 32-byte loads need fewer;
-//   the dynamic linker picks the build of Evaluate once (an indirect function). Finding and
+//   and FMA all their bytes, 32 at a time. Loads bound this comparison, and 32-byte loads need
+//   fewer; that build also squares with a fused multiply-add (below), and the dynamic linker
+//   picks the build of Evaluate once (an indirect function). Finding and
 //   checking the program ends in tail calls only, and programs that call no function run in
 //   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
+//   So do programs whose only calls are the rare pow of an exact power: when one is needed,
+//   the program runs again from the start in the interpreter that calls functions.
 //   Setting a variable costs no call at all: the header defines SetVarValue inline.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
@@ -45,11 +48,12 @@
 // 0.508. So when the exact result lies closer to a double p than 0.5 ULP less pow's excess
 // (the limits below, lower for large and tiny arguments, whose logarithm is larger), and p's
 // other neighbour is a whole unit away, pow cannot return anything but p. The rule finds the
-// distance of p to the exact result exactly: for squares and square roots from the product
-// of the integer significands (64-bit integer arithmetic on every target), for cubes in
-// double-double arithmetic (exact to about 2^-48 ULP, with a fused multiply-add where the
-// target has one), and calls pow in every other case (about one square in 31, one root or cube
-// in 40 between 2^-8 and 2^8, and out-of-range, zero, infinite or NaN arguments).
+// distance of p to the exact result exactly: for squares with a fused multiply-add where the
+// processor has one, else, and for square roots, from the product of the integer significands
+// (64-bit integer arithmetic on every target), for cubes in double-double arithmetic (exact to
+// about 2^-48 ULP, with a fused multiply-add where there is one), and calls pow in every other
+// case (about one square in 42 and one root or cube in 40 between 2^-8 and 2^8, one square in
+// 31 beyond, and out-of-range, zero, infinite or NaN arguments).
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -61,7 +65,7 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
-#define ZU_WIDE_CHECK 1
+#define ZU_WIDE_CHECK 1  // a second build for processors with AVX2 and FMA
 #endif
 
 namespace zu_expression {
@@ -71,12 +75,12 @@ namespace {
 
 // How close to a double p the exact result must lie, in ULP, for pow to return p: 0.5 less
 // pow's worst excess, 0.011 + |y ln x| * 1.5 * 2^-15, with a margin. Near: |x| in [2^-8, 2^8)
-// (|ln x| < 5.55); far: in [2^-64, 2^64) (|ln x| < 44.4); beyond, pow is called. Squares take
-// one limit: telling near from far costs more than the calls of pow it saves.
-constexpr double kSquareUnits = 0.484;  // y = 2, near or far: excess below 0.01507
-constexpr double kCubeNear = 0.4875;    // y = 3: below 0.01177
-constexpr double kCubeFar = 0.482;      // below 0.01710
-constexpr double kRootUnits = 0.4875;   // y = 0.5, near or far: below 0.01202
+// (|ln x| < 5.55); far: in [2^-64, 2^64) (|ln x| < 44.4); beyond, pow is called.
+constexpr double kSquareNear = 0.488;  // y = 2: excess below 0.01151
+constexpr double kSquareFar = 0.484;   // below 0.01507
+constexpr double kCubeNear = 0.4875;   // y = 3: below 0.01177
+constexpr double kCubeFar = 0.482;     // below 0.01710
+constexpr double kRootUnits = 0.4875;  // y = 0.5, near or far: below 0.01202
 
 std::uint64_t Bits(double x) {
   std::uint64_t b;
@@ -102,9 +106,32 @@ bool IsExact(double p, double error, double units) {
   return std::fabs(error) <= units * unit;
 }
 
+#ifdef ZU_WIDE_CHECK
+// a * b - c and a * b + c, rounded once, on x86-64 processors with FMA only. In assembly: the
+// instruction is not part of the baseline the library is compiled for.
+[[gnu::always_inline]] inline double FusedMultiplySubtract(double a, double b, double c) {
+  asm("vfmsub231sd %2, %1, %0" : "+x"(c) : "x"(a), "xm"(b));
+  return c;
+}
+
+[[gnu::always_inline]] inline double FusedMultiplyAdd(double a, double b, double c) {
+  asm("vfmadd231sd %2, %1, %0" : "+x"(c) : "x"(a), "xm"(b));
+  return c;
+}
+
+// lo <= x < hi, for x >= 0 or NaN and powers of two lo < hi: one unsigned comparison.
+bool Within(double x, double lo, double hi) {
+  return Bits(x) - Bits(lo) < Bits(hi) - Bits(lo);
+}
+#endif
+
 // The rounding error of a * b (a * b - fl(a * b)): one fused multiply-add where the target
-// has it, else by halves.
-double ProductError(double a, double b, double product) {
+// has it (kFused: this x86-64 processor has it), else by halves.
+template <bool kFused>
+[[gnu::always_inline]] inline double ProductError(double a, double b, double product) {
+#ifdef ZU_WIDE_CHECK
+  if (kFused) return FusedMultiplySubtract(a, b, product);
+#endif
 #ifdef __FP_FAST_FMA
   return std::fma(a, b, -product);
 #else
@@ -140,39 +167,72 @@ constexpr std::uint64_t Fraction(double units) {
 // (of the exact square's own binade) by which the exact square exceeds the double below it.
 // p is the nearer of that double and the next. When p is a power of two reached by rounding
 // up, its other neighbour is two ULP of that binade away, so no further check is needed.
-[[gnu::always_inline]] inline double ExactSquare(double x) {
-  const std::uint64_t bits = Bits(x);
-  const double p = x * x;
-  if (InRange(Exponent(bits))) {
-    const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
-    const unsigned kept = m >= 0x16a09e667f3bcdULL ? 11 : 12;  // m * m >= 2^105: 53 dropped
-    const std::uint64_t t = (m * m) << kept;
-    // t <= limit or t >= 2^64 - limit, in one unsigned comparison.
-    constexpr std::uint64_t kLimit = Fraction(kSquareUnits);
-    if (t + kLimit <= 2 * kLimit) return p;
-  }
-  return SystemPow(x, 2.0);
+[[gnu::always_inline]] inline bool SquareWithin(std::uint64_t bits, std::uint64_t limit) {
+  const std::uint64_t m = (bits & kSignificand) | kImplicitBit;
+  const unsigned kept = m >= 0x16a09e667f3bcdULL ? 11 : 12;  // m * m >= 2^105: 53 dropped
+  const std::uint64_t t = (m * m) << kept;
+  return t + limit <= 2 * limit;  // t <= limit or t >= 2^64 - limit, in one comparison
 }
 
-[[gnu::always_inline]] inline double ExactCube(double x) {
+// With a fused multiply-add, e = x * x - p exactly (p normal), and p + e * (0.5 / units)
+// rounds back to p exactly when |e| is within units ULP of p; when p is a power of two and e
+// negative, the ULP below p is half as large, and so is the distance that rounds back: the
+// limit applies in the exact square's own binade either way. Near: p in [2^-16, 2^16).
+[[gnu::always_inline]] inline bool FusedSquareWithin(double x, double p) {
+#ifdef ZU_WIDE_CHECK
+  double scale;
+  if (Within(p, 0x1p-16, 0x1p16)) {
+    scale = 0.5 / kSquareNear;
+  } else if (Within(p, 0x1p-128, 0x1p128)) {
+    scale = 0.5 / kSquareFar;
+  } else {
+    return false;
+  }
+  return FusedMultiplyAdd(FusedMultiplySubtract(x, x, p), scale, p) == p;
+#else
+  (void)x, (void)p;
+  return false;
+#endif
+}
+
+// True when pow(x, 2) is p = x * x.
+template <bool kFused>
+[[gnu::always_inline]] inline bool IsExactSquare(double x, double p) {
+  if (kFused) return FusedSquareWithin(x, p);
+  const std::uint64_t bits = Bits(x);
+  const unsigned e = Exponent(bits);
+  if (IsNear(e)) return SquareWithin(bits, Fraction(kSquareNear));
+  return InRange(e) && SquareWithin(bits, Fraction(kSquareFar));
+}
+
+// pow(x, 2) in out, or false when only pow can tell it.
+template <bool kFused>
+[[gnu::always_inline]] inline bool TrySquare(double x, double& out) {
+  out = x * x;
+  return IsExactSquare<kFused>(x, out);
+}
+
+// pow(x, 3) in out, or false when only pow can tell it.
+template <bool kFused>
+[[gnu::always_inline]] inline bool TryCube(double x, double& out) {
   const unsigned e = Exponent(Bits(x));
-  if (!InRange(e)) return SystemPow(x, 3.0);
+  if (!InRange(e)) return false;
   const double square = x * x;
-  const double square_error = ProductError(x, x, square);
+  const double square_error = ProductError<kFused>(x, x, square);
   const double p = square * x;
   // x^3 = square * x + square_error * x; round it once more to the nearest double.
-  const double error = ProductError(square, x, p) + square_error * x;
-  const double nearest = p + error;
-  if (IsExact(nearest, error - (nearest - p), IsNear(e) ? kCubeNear : kCubeFar)) return nearest;
-  return SystemPow(x, 3.0);
+  const double error = ProductError<kFused>(square, x, p) + square_error * x;
+  out = p + error;
+  return IsExact(out, error - (out - p), IsNear(e) ? kCubeNear : kCubeFar);
 }
 
 // s = sqrt(x) is correctly rounded; with u the unit in the last place of s and ms its
 // significand, x = s * s + r * u * u for an integer r (|r| <= ms + 1), and the exact root is
 // s + r / (2 ms) units (to 2^-50 units): within kRootUnits (0.4875) when 40 |r| <= 39 ms.
-[[gnu::always_inline]] inline double ExactRoot(double x) {
+[[gnu::always_inline]] inline bool TryRoot(double x, double& out) {
   const std::uint64_t bits = Bits(x);
   const double s = std::sqrt(x);
+  out = s;
   const std::uint64_t root = Bits(s);
   if (InRange(Exponent(bits)) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
     const std::uint64_t mx = (bits & kSignificand) | kImplicitBit;
@@ -183,31 +243,66 @@ constexpr std::uint64_t Fraction(double units) {
     const std::uint64_t r = (mx << shift) - ms * ms;
     const std::uint64_t magnitude = r >> 63 ? 0 - r : r;
     static_assert(kRootUnits * 80 == 39, "40 |r| <= 39 ms is |r| / (2 ms) <= kRootUnits");
-    if (magnitude * 40 <= ms * 39) return s;
+    return magnitude * 40 <= ms * 39;
   }
-  return SystemPow(x, 0.5);
+  return false;
 }
 
-// ApplyUnary, with the exact-power rule in place rather than called.
-[[gnu::always_inline]] inline double ApplyUnaryHere(int code, double x) {
-  if (code == kSquare) return ExactSquare(x);
-  if (code == kCube) return ExactCube(x);
-  if (code == kRoot) return ExactRoot(x);
-  return ApplyUnary(code, x);
+bool IsPowerCode(int code) {
+  return code == kSquare || code == kCube || code == kRoot;
+}
+
+// pow(x, 2), pow(x, 3) or pow(x, 0.5) in out, or false when only pow can tell it.
+template <bool kFused>
+[[gnu::always_inline]] inline bool TryPower(int code, double x, double& out) {
+  if (code == kSquare) return TrySquare<kFused>(x, out);
+  if (code == kCube) return TryCube<kFused>(x, out);
+  return TryRoot(x, out);
+}
+
+const double kPowerExponents[] = {2.0, 3.0, 0.5};
+
+// ApplyUnary, with the exact-power rule in place rather than called. False only when a power
+// needs pow and kNoCall forbids the call.
+template <bool kNoCall, bool kFused>
+[[gnu::always_inline]] inline bool ApplyUnaryHere(int code, double x, double& out) {
+  if (!IsPowerCode(code)) {
+    out = ApplyUnary(code, x);
+    return true;
+  }
+  if (TryPower<kFused>(code, x, out)) return true;
+  if (kNoCall) return false;
+  out = SystemPow(x, kPowerExponents[code == kSquare ? 0 : code == kCube ? 1 : 2]);
+  return true;
+}
+
+template <bool kFused>
+double ExactPower(int code, double x) {
+  double out;
+  ApplyUnaryHere<false, kFused>(code, x, out);
+  return out;
 }
 
 }  // namespace
 
 double Square(double x) {
-  return ExactSquare(x);
+  return ExactPower<false>(kSquare, x);
 }
 
 double Cube(double x) {
-  return ExactCube(x);
+  return ExactPower<false>(kCube, x);
 }
 
 double Root(double x) {
-  return ExactRoot(x);
+  return ExactPower<false>(kRoot, x);
+}
+
+double FusedSquare(double x) {
+  return ExactPower<true>(kSquare, x);
+}
+
+double FusedCube(double x) {
+  return ExactPower<true>(kCube, x);
 }
 
 namespace {
@@ -366,6 +461,11 @@ int OpCode(Op op) {
   return op < kOpInvalid ? kCodes[op] : kEnd;
 }
 
+// The interpreters: one for programs that call functions, one for those that do not, and
+// one for those that do only when an exact power needs pow (then the program runs again from
+// the start in the first).
+enum RunKind : int { kCallsOut, kLeaf, kLeafPowers };
+
 // One instruction: 16 bytes. a and b are byte offsets of variable values from the start of
 // the variable table; value is a number operand (it shares its place with b).
 struct Instr {
@@ -401,12 +501,16 @@ class Compiler {
 
   const std::vector<Instr>& Code() const { return m_code; }
 
-  // True when no instruction calls a function.
-  bool IsLeaf() const {
+  // Which interpreter runs the program: kLeaf when no instruction calls a function,
+  // kLeafPowers when only exact powers do, and rarely.
+  RunKind Interpreter() const {
+    RunKind kind = kLeaf;
     for (const Instr& in : m_code) {
-      if (CallsOut(OpCode(in.op))) return false;
+      const int code = OpCode(in.op);
+      if (CallsOut(code) && !IsPowerCode(code)) return kCallsOut;
+      if (IsPowerCode(code)) kind = kLeafPowers;
     }
-    return true;
+    return kind;
   }
 
  private:
@@ -597,7 +701,7 @@ struct Header {
   std::int32_t tokens;  // the number of tokens it was compiled from
   std::int32_t vars;    // the number of variables registered then
   std::int32_t end;     // the table size it needs: vars + the slots it occupies
-  std::int32_t leaf;    // 1 when no instruction calls a function
+  std::int32_t kind;    // the RunKind of the program
   std::int32_t code;    // offset of the first instruction from the header, in bytes
 };
 static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
@@ -691,11 +795,11 @@ std::uint32_t U32At(const unsigned char* p) {
 #endif
 
 // The header of a program compiled from tokens like polish (their bytes still to be
-// compared), or null; leaf tells whether the program calls no function.
+// compared), or null; kind is the program's RunKind.
 [[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
                                                                int var_count,
                                                                const CKAArray<SVarOperand>& table,
-                                                               bool& leaf,
+                                                               int& kind,
                                                                const unsigned char*& ip) {
   const int base = table.m_nCount;
   // One unsigned comparison also refuses a negative count.
@@ -710,7 +814,7 @@ std::uint32_t U32At(const unsigned char* p) {
   }
   // The storage may have shrunk since (CKAArray::AddSize with a negative count).
   if (I32At(slot + offsetof(Header, end)) > table.m_nSize) return nullptr;
-  leaf = I32At(slot + offsetof(Header, leaf)) == 1;
+  kind = I32At(slot + offsetof(Header, kind));
   ip = slot + I32At(slot + offsetof(Header, code));
   return slot;
 }
@@ -738,10 +842,15 @@ double F64At(const unsigned char* p) {
 }
 
 // Runs a compiled program: each instruction jumps straight to the next one's code. The top
-// value is held apart (in a register); *(sp - 1) is the value under it. The variant for
-// programs that call no function (kLeaf) keeps everything in registers that need no saving.
-template <bool kLeaf>
+// value is held apart (in a register); *(sp - 1) is the value under it. The variants for
+// programs that call no function (kLeaf, kLeafPowers) keep everything in registers that need
+// no saving; when kLeafPowers meets a power that needs pow, it runs the program again from the
+// start in kCallsOut, which is right since a program only writes its result at the end.
+// kFused: the processor has a fused multiply-add (x86-64 with AVX2 and FMA).
+template <RunKind kKind, bool kFused>
 [[gnu::noinline]] int RunProgram(const unsigned char* ip, const char* values, double& result) {
+  constexpr bool kNoCalls = kKind != kCallsOut;
+  constexpr bool kRestarts = kKind == kLeafPowers;  // not kLeaf: keeping start takes a register
   // clang-format off
   static const void* const kTargets[] = {
       &&L_End, &&L_LoadVar, &&L_LoadConst,
@@ -777,6 +886,7 @@ template <bool kLeaf>
   static_assert(kOpInvalid < kOpSpace, "operations fit 9 bits");
   static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpSpace, "one target per value");
   double below[kStackSize + 1];
+  const unsigned char* const start = ip;
   double* sp = below;
   double top = 0.0;
   int rc = 1;
@@ -794,6 +904,9 @@ L_End:
   return 1;
 L_Invalid:
   return -1;
+L_Restart:
+  if (kRestarts) return RunProgram<kCallsOut, kFused>(start, values, result);
+  return -1;
 L_LoadVar:
   ZU_PUSH;
   top = ZU_VAR(4);
@@ -803,7 +916,7 @@ L_LoadConst:
   top = ZU_CONST;
   ZU_NEXT;
 #define ZU_GUARD(name) \
-  if (kLeaf && CallsOut(k##name)) goto L_Invalid
+  if (kNoCalls && CallsOut(k##name) && !(kRestarts && IsPowerCode(k##name))) goto L_Invalid
 #define ZU_BINARY_CODE(name)                  \
   L_VV##name : {                              \
     ZU_GUARD(name);                           \
@@ -850,7 +963,7 @@ L_LoadConst:
   goto L_T##name;                                                           \
   L_T##name : ZU_GUARD(name);                                               \
   if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
-  top = ApplyUnaryHere(k##name, top);                                       \
+  if (!ApplyUnaryHere<kNoCalls, kFused>(k##name, top, top)) goto L_Restart; \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
 #define ZU_FUSED_CODE(outer, inner)                               \
@@ -876,10 +989,14 @@ L_LoadConst:
       : top = ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_CONST), ZU_VAR(4));  \
   ZU_NEXT;
   ZU_CHAINED_OPS(ZU_CHAINED_CODE)
-#define ZU_POWER_CODE(outer, inner)                                      \
-  L_XV##outer##inner : ZU_GUARD(inner);                                  \
-  top = ApplyBinary(k##outer, top, ApplyUnaryHere(k##inner, ZU_VAR(4))); \
-  ZU_NEXT;
+#define ZU_POWER_CODE(outer, inner)                                                \
+  L_XV##outer##inner : {                                                           \
+    ZU_GUARD(inner);                                                               \
+    double x;                                                                      \
+    if (!ApplyUnaryHere<kNoCalls, kFused>(k##inner, ZU_VAR(4), x)) goto L_Restart; \
+    top = ApplyBinary(k##outer, top, x);                                           \
+    ZU_NEXT;                                                                       \
+  }
   ZU_POWER_OPS(ZU_POWER_CODE)
 #undef ZU_POWER_CODE
 #undef ZU_CHAINED_CODE
@@ -897,24 +1014,27 @@ L_LoadConst:
 
 // Runs the program found at slot when the tokens still match it (same), else the tokens.
 // Only tail calls: no registers to save before the program runs.
-[[gnu::always_inline]] inline int RunChecked(const unsigned char* slot, bool same, bool leaf,
+template <bool kFused>
+[[gnu::always_inline]] inline int RunChecked(const unsigned char* slot, bool same, int kind,
                                              const unsigned char* ip,
                                              const CKAArray<SToken>& polish, int var_count,
                                              const CKAArray<SVarOperand>& table, double& result) {
   // An edited token sends evaluation to the tokens.
   if (!slot || !same) return RunPolish(polish, var_count, table, result);
   const char* values = reinterpret_cast<const char*>(table.m_pData);
-  return leaf ? RunProgram<true>(ip, values, result) : RunProgram<false>(ip, values, result);
+  if (kind == kLeaf) return RunProgram<kLeaf, kFused>(ip, values, result);
+  if (kind == kLeafPowers) return RunProgram<kLeafPowers, kFused>(ip, values, result);
+  return RunProgram<kCallsOut, kFused>(ip, values, result);
 }
 
 [[gnu::always_inline]] inline int EvaluateHere(const CKAArray<SToken>& polish, int var_count,
                                                const CKAArray<SVarOperand>& table, double& result) {
   result = 0.0;  // first: result may be one of the variables
-  bool leaf = false;
+  int kind = kCallsOut;
   const unsigned char* ip = nullptr;
-  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
+  const unsigned char* slot = FindProgram(polish, var_count, table, kind, ip);
   const bool same = slot && SameTokens(polish.m_pData, polish.m_nCount, slot);
-  return RunChecked(slot, same, leaf, ip, polish, var_count, table, result);
+  return RunChecked<false>(slot, same, kind, ip, polish, var_count, table, result);
 }
 
 #ifdef ZU_WIDE_CHECK
@@ -922,12 +1042,12 @@ L_LoadConst:
     const CKAArray<SToken>& polish, int var_count, const CKAArray<SVarOperand>& table,
     double& result) {
   result = 0.0;  // first: result may be one of the variables
-  bool leaf = false;
+  int kind = kCallsOut;
   const unsigned char* ip = nullptr;
-  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
+  const unsigned char* slot = FindProgram(polish, var_count, table, kind, ip);
   const bool same = slot && SameTokensWide(polish.m_pData, polish.m_nCount, slot);
   _mm256_zeroupper();  // the interpreter is SSE code: no penalty for the upper halves
-  return RunChecked(slot, same, leaf, ip, polish, var_count, table, result);
+  return RunChecked<true>(slot, same, kind, ip, polish, var_count, table, result);
 }
 #endif
 
@@ -1008,7 +1128,7 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
                          count,
                          base,
                          base + slots,
-                         compiler.IsLeaf() ? 1 : 0,
+                         compiler.Interpreter(),
                          static_cast<std::int32_t>(code)};
   if (header.end > table.m_nSize && !table.AddSize(header.end - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);
@@ -1045,7 +1165,7 @@ int EvaluatePolish(const CKAArray<SToken>& polish, int var_count,
 bool HasWideCheck() {
 #ifdef ZU_WIDE_CHECK
   __builtin_cpu_init();  // the resolver may run before any constructor
-  return __builtin_cpu_supports("avx2");
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
 #else
   return false;
 #endif

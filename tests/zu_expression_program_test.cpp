@@ -65,7 +65,8 @@ TEST(ExpressionCompiler, FusesChainsAndFoldsOrLeavesToTheTokens) {
   for (const auto& c : cases) EXPECT_EQ(Formula(c[0], {}, false).List(), c[1]) << c[0];
 }
 
-// Square, Cube and Root give pow(x, 2), pow(x, 3) and pow(x, 0.5) bit for bit.
+// Square, Cube and Root give pow(x, 2), pow(x, 3) and pow(x, 0.5) bit for bit, and so do the
+// squares and cubes with a fused multiply-add where the processor has it.
 TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
   // clang-format off
   std::vector<double> xs = {-0.0, 3.0, 1e-300, -1e300, -HUGE_VAL, std::nan(""), 0x1.fffffffffffffp0,
@@ -81,10 +82,34 @@ TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
     if (i % 8 == 1) xs.back() = static_cast<double>(bits % 2000001) / 1000.0 - 1000.0;
   }
   static volatile double two = 2.0, three = 3.0, half = 0.5;  // keeps pow a call
+  const bool fused = HasWideCheck();
   for (double x : xs) {
     const double results[] = {Square(x),          Cube(x),          Root(x), std::pow(x, two),
                               std::pow(x, three), std::pow(x, half)};
     ASSERT_EQ(std::memcmp(results, results + 3, 3 * sizeof x), 0) << x;
+    if (fused) {
+      const double with_fma[] = {FusedSquare(x), FusedCube(x)};
+      ASSERT_EQ(std::memcmp(with_fma, results + 3, 2 * sizeof x), 0) << x;
+    }
+  }
+}
+
+// A square that only pow can tell, in a program that calls no other function: the program
+// runs again from the start in the build that calls pow, and gives pow's bits.
+TEST(ExpressionProgram, RunsAgainWhereASquareNeedsPow) {
+  const double x = 0x1.91b107835496cp+0;
+  static volatile double two = 2.0, square = x * x;
+  ASSERT_NE(std::pow(x, two), square);  // pow is one unit above x * x
+  for (const char* text : {"v1 2 ^ v2 2 ^ +", "v2 2 ^ v1 2 ^ +", "v1 v2 - 2 ^"}) {
+    Formula f(text, {x, 0.0});
+    double program = 0, tokens = 1;
+    ASSERT_EQ(f.Reference(tokens), 1);
+    ASSERT_EQ(f.Evaluate(program), 1);
+    EXPECT_EQ(program, tokens) << text;
+    if (HasWideCheck()) {
+      ASSERT_EQ(f.EvaluateWide(program), 1);
+      EXPECT_EQ(program, tokens) << text;
+    }
   }
 }
 
