@@ -33,8 +33,6 @@
 //   picks the build of Evaluate once (an indirect function). Finding and
 //   checking the program ends in tail calls only, and programs that call no function run in
 //   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
-//   So do programs whose only calls are the rare pow of an exact power: when one is needed,
-//   the program runs again from the start in the interpreter that calls functions.
 //   Setting a variable costs no call at all: the header defines SetVarValue inline.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
@@ -262,47 +260,35 @@ template <bool kFused>
 
 const double kPowerExponents[] = {2.0, 3.0, 0.5};
 
-// ApplyUnary, with the exact-power rule in place rather than called. False only when a power
-// needs pow and kNoCall forbids the call.
-template <bool kNoCall, bool kFused>
-[[gnu::always_inline]] inline bool ApplyUnaryHere(int code, double x, double& out) {
-  if (!IsPowerCode(code)) {
-    out = ApplyUnary(code, x);
-    return true;
-  }
-  if (TryPower<kFused>(code, x, out)) return true;
-  if (kNoCall) return false;
-  out = SystemPow(x, kPowerExponents[code == kSquare ? 0 : code == kCube ? 1 : 2]);
-  return true;
-}
-
+// ApplyUnary, with the exact-power rule in place rather than called.
 template <bool kFused>
-double ExactPower(int code, double x) {
+[[gnu::always_inline]] inline double ApplyUnaryHere(int code, double x) {
+  if (!IsPowerCode(code)) return ApplyUnary(code, x);
   double out;
-  ApplyUnaryHere<false, kFused>(code, x, out);
-  return out;
+  if (TryPower<kFused>(code, x, out)) return out;
+  return SystemPow(x, kPowerExponents[code == kSquare ? 0 : code == kCube ? 1 : 2]);
 }
 
 }  // namespace
 
 double Square(double x) {
-  return ExactPower<false>(kSquare, x);
+  return ApplyUnaryHere<false>(kSquare, x);
 }
 
 double Cube(double x) {
-  return ExactPower<false>(kCube, x);
+  return ApplyUnaryHere<false>(kCube, x);
 }
 
 double Root(double x) {
-  return ExactPower<false>(kRoot, x);
+  return ApplyUnaryHere<false>(kRoot, x);
 }
 
 double FusedSquare(double x) {
-  return ExactPower<true>(kSquare, x);
+  return ApplyUnaryHere<true>(kSquare, x);
 }
 
 double FusedCube(double x) {
-  return ExactPower<true>(kCube, x);
+  return ApplyUnaryHere<true>(kCube, x);
 }
 
 namespace {
@@ -461,11 +447,6 @@ int OpCode(Op op) {
   return op < kOpInvalid ? kCodes[op] : kEnd;
 }
 
-// The interpreters: one for programs that call functions, one for those that do not, and
-// one for those that do only when an exact power needs pow (then the program runs again from
-// the start in the first).
-enum RunKind : int { kCallsOut, kLeaf, kLeafPowers };
-
 // One instruction: 16 bytes. a and b are byte offsets of variable values from the start of
 // the variable table; value is a number operand (it shares its place with b).
 struct Instr {
@@ -501,16 +482,12 @@ class Compiler {
 
   const std::vector<Instr>& Code() const { return m_code; }
 
-  // Which interpreter runs the program: kLeaf when no instruction calls a function,
-  // kLeafPowers when only exact powers do, and rarely.
-  RunKind Interpreter() const {
-    RunKind kind = kLeaf;
+  // True when no instruction calls a function.
+  bool IsLeaf() const {
     for (const Instr& in : m_code) {
-      const int code = OpCode(in.op);
-      if (CallsOut(code) && !IsPowerCode(code)) return kCallsOut;
-      if (IsPowerCode(code)) kind = kLeafPowers;
+      if (CallsOut(OpCode(in.op))) return false;
     }
-    return kind;
+    return true;
   }
 
  private:
@@ -701,7 +678,7 @@ struct Header {
   std::int32_t tokens;  // the number of tokens it was compiled from
   std::int32_t vars;    // the number of variables registered then
   std::int32_t end;     // the table size it needs: vars + the slots it occupies
-  std::int32_t kind;    // the RunKind of the program
+  std::int32_t leaf;    // 1 when no instruction calls a function
   std::int32_t code;    // offset of the first instruction from the header, in bytes
 };
 static_assert(sizeof(Header) <= sizeof(SVarOperand), "the header fits one slot");
@@ -795,11 +772,11 @@ std::uint32_t U32At(const unsigned char* p) {
 #endif
 
 // The header of a program compiled from tokens like polish (their bytes still to be
-// compared), or null; kind is the program's RunKind.
+// compared), or null; leaf tells whether the program calls no function.
 [[gnu::always_inline]] inline const unsigned char* FindProgram(const CKAArray<SToken>& polish,
                                                                int var_count,
                                                                const CKAArray<SVarOperand>& table,
-                                                               int& kind,
+                                                               bool& leaf,
                                                                const unsigned char*& ip) {
   const int base = table.m_nCount;
   // One unsigned comparison also refuses a negative count.
@@ -814,7 +791,7 @@ std::uint32_t U32At(const unsigned char* p) {
   }
   // The storage may have shrunk since (CKAArray::AddSize with a negative count).
   if (I32At(slot + offsetof(Header, end)) > table.m_nSize) return nullptr;
-  kind = I32At(slot + offsetof(Header, kind));
+  leaf = I32At(slot + offsetof(Header, leaf)) == 1;
   ip = slot + I32At(slot + offsetof(Header, code));
   return slot;
 }
@@ -842,15 +819,11 @@ double F64At(const unsigned char* p) {
 }
 
 // Runs a compiled program: each instruction jumps straight to the next one's code. The top
-// value is held apart (in a register); *(sp - 1) is the value under it. The variants for
-// programs that call no function (kLeaf, kLeafPowers) keep everything in registers that need
-// no saving; when kLeafPowers meets a power that needs pow, it runs the program again from the
-// start in kCallsOut, which is right since a program only writes its result at the end.
+// value is held apart (in a register); *(sp - 1) is the value under it. The variant for
+// programs that call no function (kLeaf) keeps everything in registers that need no saving.
 // kFused: the processor has a fused multiply-add (x86-64 with AVX2 and FMA).
-template <RunKind kKind, bool kFused>
+template <bool kLeaf, bool kFused>
 [[gnu::noinline]] int RunProgram(const unsigned char* ip, const char* values, double& result) {
-  constexpr bool kNoCalls = kKind != kCallsOut;
-  constexpr bool kRestarts = kKind == kLeafPowers;  // not kLeaf: keeping start takes a register
   // clang-format off
   static const void* const kTargets[] = {
       &&L_End, &&L_LoadVar, &&L_LoadConst,
@@ -886,7 +859,6 @@ template <RunKind kKind, bool kFused>
   static_assert(kOpInvalid < kOpSpace, "operations fit 9 bits");
   static_assert(sizeof(kTargets) / sizeof(kTargets[0]) == kOpSpace, "one target per value");
   double below[kStackSize + 1];
-  const unsigned char* const start = ip;
   double* sp = below;
   double top = 0.0;
   int rc = 1;
@@ -904,9 +876,6 @@ L_End:
   return 1;
 L_Invalid:
   return -1;
-L_Restart:
-  if (kRestarts) return RunProgram<kCallsOut, kFused>(start, values, result);
-  return -1;
 L_LoadVar:
   ZU_PUSH;
   top = ZU_VAR(4);
@@ -916,7 +885,7 @@ L_LoadConst:
   top = ZU_CONST;
   ZU_NEXT;
 #define ZU_GUARD(name) \
-  if (kNoCalls && CallsOut(k##name) && !(kRestarts && IsPowerCode(k##name))) goto L_Invalid
+  if (kLeaf && CallsOut(k##name)) goto L_Invalid
 #define ZU_BINARY_CODE(name)                  \
   L_VV##name : {                              \
     ZU_GUARD(name);                           \
@@ -963,7 +932,7 @@ L_LoadConst:
   goto L_T##name;                                                           \
   L_T##name : ZU_GUARD(name);                                               \
   if (CanFail(k##name) && (rc = CheckDomain(k##name, top)) != 1) return rc; \
-  if (!ApplyUnaryHere<kNoCalls, kFused>(k##name, top, top)) goto L_Restart; \
+  top = ApplyUnaryHere<kFused>(k##name, top);                               \
   ZU_NEXT;
   ZU_UNARY_OPS(ZU_UNARY_CODE)
 #define ZU_FUSED_CODE(outer, inner)                               \
@@ -989,14 +958,10 @@ L_LoadConst:
       : top = ApplyBinary(k##second, ApplyBinary(k##first, top, ZU_CONST), ZU_VAR(4));  \
   ZU_NEXT;
   ZU_CHAINED_OPS(ZU_CHAINED_CODE)
-#define ZU_POWER_CODE(outer, inner)                                                \
-  L_XV##outer##inner : {                                                           \
-    ZU_GUARD(inner);                                                               \
-    double x;                                                                      \
-    if (!ApplyUnaryHere<kNoCalls, kFused>(k##inner, ZU_VAR(4), x)) goto L_Restart; \
-    top = ApplyBinary(k##outer, top, x);                                           \
-    ZU_NEXT;                                                                       \
-  }
+#define ZU_POWER_CODE(outer, inner)                                              \
+  L_XV##outer##inner : ZU_GUARD(inner);                                          \
+  top = ApplyBinary(k##outer, top, ApplyUnaryHere<kFused>(k##inner, ZU_VAR(4))); \
+  ZU_NEXT;
   ZU_POWER_OPS(ZU_POWER_CODE)
 #undef ZU_POWER_CODE
 #undef ZU_CHAINED_CODE
@@ -1015,26 +980,25 @@ L_LoadConst:
 // Runs the program found at slot when the tokens still match it (same), else the tokens.
 // Only tail calls: no registers to save before the program runs.
 template <bool kFused>
-[[gnu::always_inline]] inline int RunChecked(const unsigned char* slot, bool same, int kind,
+[[gnu::always_inline]] inline int RunChecked(const unsigned char* slot, bool same, bool leaf,
                                              const unsigned char* ip,
                                              const CKAArray<SToken>& polish, int var_count,
                                              const CKAArray<SVarOperand>& table, double& result) {
   // An edited token sends evaluation to the tokens.
   if (!slot || !same) return RunPolish(polish, var_count, table, result);
   const char* values = reinterpret_cast<const char*>(table.m_pData);
-  if (kind == kLeaf) return RunProgram<kLeaf, kFused>(ip, values, result);
-  if (kind == kLeafPowers) return RunProgram<kLeafPowers, kFused>(ip, values, result);
-  return RunProgram<kCallsOut, kFused>(ip, values, result);
+  return leaf ? RunProgram<true, kFused>(ip, values, result)
+              : RunProgram<false, kFused>(ip, values, result);
 }
 
 [[gnu::always_inline]] inline int EvaluateHere(const CKAArray<SToken>& polish, int var_count,
                                                const CKAArray<SVarOperand>& table, double& result) {
   result = 0.0;  // first: result may be one of the variables
-  int kind = kCallsOut;
+  bool leaf = false;
   const unsigned char* ip = nullptr;
-  const unsigned char* slot = FindProgram(polish, var_count, table, kind, ip);
+  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
   const bool same = slot && SameTokens(polish.m_pData, polish.m_nCount, slot);
-  return RunChecked<false>(slot, same, kind, ip, polish, var_count, table, result);
+  return RunChecked<false>(slot, same, leaf, ip, polish, var_count, table, result);
 }
 
 #ifdef ZU_WIDE_CHECK
@@ -1042,12 +1006,12 @@ template <bool kFused>
     const CKAArray<SToken>& polish, int var_count, const CKAArray<SVarOperand>& table,
     double& result) {
   result = 0.0;  // first: result may be one of the variables
-  int kind = kCallsOut;
+  bool leaf = false;
   const unsigned char* ip = nullptr;
-  const unsigned char* slot = FindProgram(polish, var_count, table, kind, ip);
+  const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
   const bool same = slot && SameTokensWide(polish.m_pData, polish.m_nCount, slot);
   _mm256_zeroupper();  // the interpreter is SSE code: no penalty for the upper halves
-  return RunChecked<true>(slot, same, kind, ip, polish, var_count, table, result);
+  return RunChecked<true>(slot, same, leaf, ip, polish, var_count, table, result);
 }
 #endif
 
@@ -1128,7 +1092,7 @@ void StoreProgram(const CKAArray<SToken>& polish, CKAArray<SVarOperand>& table) 
                          count,
                          base,
                          base + slots,
-                         compiler.Interpreter(),
+                         compiler.IsLeaf() ? 1 : 0,
                          static_cast<std::int32_t>(code)};
   if (header.end > table.m_nSize && !table.AddSize(header.end - table.m_nSize)) return;
   unsigned char* slot = reinterpret_cast<unsigned char*>(table.m_pData + base);

@@ -94,9 +94,9 @@ TEST(ExpressionExactPower, EqualsTheSystemPowerFunction) {
   }
 }
 
-// A square that only pow can tell, in a program that calls no other function: the program
-// runs again from the start in the build that calls pow, and gives pow's bits.
-TEST(ExpressionProgram, RunsAgainWhereASquareNeedsPow) {
+// A square that only pow can tell (x * x is one unit off), in each form of instruction that
+// squares: the program gives pow's bits.
+TEST(ExpressionProgram, CallsPowForASquareOnlyPowCanTell) {
   const double x = 0x1.91b107835496cp+0;
   static volatile double two = 2.0, square = x * x;
   ASSERT_NE(std::pow(x, two), square);  // pow is one unit above x * x
