@@ -258,7 +258,9 @@ template <bool kFused>
   return TryRoot(x, out);
 }
 
-const double kPowerExponents[] = {2.0, 3.0, 0.5};
+double PowerExponent(int code) {
+  return code == kSquare ? 2.0 : code == kCube ? 3.0 : 0.5;
+}
 
 // ApplyUnary, with the exact-power rule in place rather than called.
 template <bool kFused>
@@ -266,7 +268,7 @@ template <bool kFused>
   if (!IsPowerCode(code)) return ApplyUnary(code, x);
   double out;
   if (TryPower<kFused>(code, x, out)) return out;
-  return SystemPow(x, kPowerExponents[code == kSquare ? 0 : code == kCube ? 1 : 2]);
+  return SystemPow(x, PowerExponent(code));
 }
 
 }  // namespace
