@@ -30,9 +30,9 @@
 //   each (text, code and count, all that evaluation reads), or on x86-64 processors with AVX2
 //   and FMA all their bytes, 32 at a time. Loads bound this comparison, and 32-byte loads need
 //   fewer; that build also squares with a fused multiply-add (below), and the dynamic linker
-//   picks the build of Evaluate once (an indirect function). Finding and
-//   checking the program ends in tail calls only, and programs that call no function run in
-//   an interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
+//   picks the build of Evaluate once (an indirect function). Finding and checking the
+//   program ends in tail calls only, and programs that call no function run in an
+//   interpreter that needs no saved registers, so the fixed cost per Evaluate stays small.
 //   Setting a variable costs no call at all: the header defines SetVarValue inline.
 // - When a caller edits m_arPolish (a public member), the copy no longer matches, and Evaluate
 //   evaluates the tokens as they stand with RunTokens, which gives the result the formula
@@ -203,34 +203,32 @@ template <bool kFused>
   return InRange(e) && SquareWithin(bits, Fraction(kSquareFar));
 }
 
-// pow(x, 2) in out, or false when only pow can tell it.
 template <bool kFused>
-[[gnu::always_inline]] inline bool TrySquare(double x, double& out) {
-  out = x * x;
-  return IsExactSquare<kFused>(x, out);
+[[gnu::always_inline]] inline double ExactSquare(double x) {
+  const double p = x * x;
+  return IsExactSquare<kFused>(x, p) ? p : SystemPow(x, 2.0);
 }
 
-// pow(x, 3) in out, or false when only pow can tell it.
 template <bool kFused>
-[[gnu::always_inline]] inline bool TryCube(double x, double& out) {
+[[gnu::always_inline]] inline double ExactCube(double x) {
   const unsigned e = Exponent(Bits(x));
-  if (!InRange(e)) return false;
+  if (!InRange(e)) return SystemPow(x, 3.0);
   const double square = x * x;
   const double square_error = ProductError<kFused>(x, x, square);
   const double p = square * x;
   // x^3 = square * x + square_error * x; round it once more to the nearest double.
   const double error = ProductError<kFused>(square, x, p) + square_error * x;
-  out = p + error;
-  return IsExact(out, error - (out - p), IsNear(e) ? kCubeNear : kCubeFar);
+  const double nearest = p + error;
+  if (IsExact(nearest, error - (nearest - p), IsNear(e) ? kCubeNear : kCubeFar)) return nearest;
+  return SystemPow(x, 3.0);
 }
 
 // s = sqrt(x) is correctly rounded; with u the unit in the last place of s and ms its
 // significand, x = s * s + r * u * u for an integer r (|r| <= ms + 1), and the exact root is
 // s + r / (2 ms) units (to 2^-50 units): within kRootUnits (0.4875) when 40 |r| <= 39 ms.
-[[gnu::always_inline]] inline bool TryRoot(double x, double& out) {
+[[gnu::always_inline]] inline double ExactRoot(double x) {
   const std::uint64_t bits = Bits(x);
   const double s = std::sqrt(x);
-  out = s;
   const std::uint64_t root = Bits(s);
   if (InRange(Exponent(bits)) && (bits >> 63) == 0 && (root & kSignificand) != 0) {
     const std::uint64_t mx = (bits & kSignificand) | kImplicitBit;
@@ -241,56 +239,40 @@ template <bool kFused>
     const std::uint64_t r = (mx << shift) - ms * ms;
     const std::uint64_t magnitude = r >> 63 ? 0 - r : r;
     static_assert(kRootUnits * 80 == 39, "40 |r| <= 39 ms is |r| / (2 ms) <= kRootUnits");
-    return magnitude * 40 <= ms * 39;
+    if (magnitude * 40 <= ms * 39) return s;
   }
-  return false;
-}
-
-bool IsPowerCode(int code) {
-  return code == kSquare || code == kCube || code == kRoot;
-}
-
-// pow(x, 2), pow(x, 3) or pow(x, 0.5) in out, or false when only pow can tell it.
-template <bool kFused>
-[[gnu::always_inline]] inline bool TryPower(int code, double x, double& out) {
-  if (code == kSquare) return TrySquare<kFused>(x, out);
-  if (code == kCube) return TryCube<kFused>(x, out);
-  return TryRoot(x, out);
-}
-
-double PowerExponent(int code) {
-  return code == kSquare ? 2.0 : code == kCube ? 3.0 : 0.5;
+  return SystemPow(x, 0.5);
 }
 
 // ApplyUnary, with the exact-power rule in place rather than called.
 template <bool kFused>
 [[gnu::always_inline]] inline double ApplyUnaryHere(int code, double x) {
-  if (!IsPowerCode(code)) return ApplyUnary(code, x);
-  double out;
-  if (TryPower<kFused>(code, x, out)) return out;
-  return SystemPow(x, PowerExponent(code));
+  if (code == kSquare) return ExactSquare<kFused>(x);
+  if (code == kCube) return ExactCube<kFused>(x);
+  if (code == kRoot) return ExactRoot(x);
+  return ApplyUnary(code, x);
 }
 
 }  // namespace
 
 double Square(double x) {
-  return ApplyUnaryHere<false>(kSquare, x);
+  return ExactSquare<false>(x);
 }
 
 double Cube(double x) {
-  return ApplyUnaryHere<false>(kCube, x);
+  return ExactCube<false>(x);
 }
 
 double Root(double x) {
-  return ApplyUnaryHere<false>(kRoot, x);
+  return ExactRoot(x);
 }
 
 double FusedSquare(double x) {
-  return ApplyUnaryHere<true>(kSquare, x);
+  return ExactSquare<true>(x);
 }
 
 double FusedCube(double x) {
-  return ApplyUnaryHere<true>(kCube, x);
+  return ExactCube<true>(x);
 }
 
 namespace {
@@ -1012,7 +994,7 @@ template <bool kFused>
   const unsigned char* ip = nullptr;
   const unsigned char* slot = FindProgram(polish, var_count, table, leaf, ip);
   const bool same = slot && SameTokensWide(polish.m_pData, polish.m_nCount, slot);
-  _mm256_zeroupper();  // the interpreter is SSE code: no penalty for the upper halves
+  _mm256_zeroupper();  // the interpreter uses no 256-bit register: no transition penalty
   return RunChecked<true>(slot, same, leaf, ip, polish, var_count, table, result);
 }
 #endif
